@@ -1,0 +1,188 @@
+// pcfg as a user runs it: exit statuses, diagnostics, atomic output and round trips.
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "pcfg_test_support.h"
+
+namespace {
+
+using pcfg_test::Pcfg;
+using pcfg_test::ReadFile;
+using pcfg_test::WriteFile;
+
+const char kSmall[] = R"(# proto-file: peripheralconfig/proto/peripheral.config.proto
+# proto-message: Talvo.Peripherals.Config.Models.PeripheralConfig
+device_info { device_name: HARDWARE_TREVIL3 soc_name: "sm8550" }
+peripherals { id: "fpga" type: PERIPHERAL_TYPE_FPGA }
+peripherals {
+  id: "cam_left"
+  type: PERIPHERAL_TYPE_CAMERA
+  system_type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX
+  dependencies { peripheral_id: "fpga" }
+}
+physical_cameras {
+  peripheral_id: "cam_left"
+  model: CAMERA_MODEL_OG0VA1B
+  camx { sensor_name: "og0va1b" port_mapping { lane_assign_hex: "0x3210" } }
+}
+system_options { type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX options_qc_camx {} }
+)";
+
+std::string Scratch(const std::string& name) { return pcfg_test::ScratchDir() + "/" + name; }
+
+std::string Written(const std::string& name, const std::string& content) {
+  WriteFile(Scratch(name), content);
+  return Scratch(name);
+}
+
+// Temporary files of an atomic write carry ".pcfg-" in their names.
+int TemporaryFilesIn(const std::string& dir) {
+  int count = 0;
+  if (DIR* d = opendir(dir.c_str())) {
+    while (dirent* entry = readdir(d))
+      count += std::string(entry->d_name).find(".pcfg-") != std::string::npos;
+    closedir(d);
+  }
+  return count;
+}
+
+TEST(Cli, HelpAndVersionOnEveryCommand) {
+  for (const char* command : {"compile", "decode", "check"}) {
+    const auto run = Pcfg({command, "--help"});
+    EXPECT_EQ(run.status, 0) << command;
+    EXPECT_NE(run.out.find("Usage"), std::string::npos) << command;
+    EXPECT_EQ(Pcfg({"help", command}).out, run.out) << command;
+  }
+  EXPECT_EQ(Pcfg({"--help"}).status, 0);
+  EXPECT_NE(Pcfg({"--version"}).out.find("pcfg "), std::string::npos);
+  EXPECT_EQ(Pcfg({}).status, 2);
+  EXPECT_EQ(Pcfg({"frobnicate"}).status, 2);
+  EXPECT_EQ(Pcfg({"help", "frobnicate"}).status, 2);
+}
+
+TEST(Cli, ExitStatusesOfCheck) {
+  struct Row {
+    const char* what;
+    std::vector<std::string> args;
+    int status;
+  };
+  const std::string clean = Written("clean.txtpb", kSmall);
+  const std::string warning =
+      Written("warning.txtpb",
+              std::string(kSmall) + "peripherals { id: \"cam_right\" type: PERIPHERAL_TYPE_CAMERA }\n");
+  const std::string error = Written("error.txtpb", std::string(kSmall) + "peripherals { id: \"fpga\" }\n");
+  const std::string broken = Written("broken.txtpb", "peripherals { id: }\n");
+  const Row rows[] = {
+      {"clean", {"check", clean}, 0},
+      {"warnings only", {"check", warning}, 0},
+      {"warnings under --werror", {"check", "--werror", warning}, 1},
+      {"warning disabled", {"check", "--werror", "--disable", "missing-entry", warning}, 0},
+      {"errors", {"check", error}, 1},
+      {"unparsable", {"check", broken}, 2},
+      {"missing file", {"check", Scratch("nope.txtpb")}, 2},
+      {"unknown rule", {"check", "--disable", "no-such-rule", clean}, 2},
+      {"several files, worst wins", {"check", clean, error}, 1},
+      {"list", {"check", "--list"}, 0},
+  };
+  for (const Row& row : rows) {
+    const auto run = Pcfg(row.args);
+    EXPECT_EQ(run.status, row.status) << row.what << "\n" << run.out << run.err;
+  }
+}
+
+TEST(Cli, DiagnosticsNameFileLineColumnAndRule) {
+  const std::string error = Written("dup.txtpb", std::string(kSmall) + "peripherals { id: \"fpga\" }\n");
+  const auto run = Pcfg({"check", error});
+  EXPECT_NE(
+      run.out.find(
+          error +
+          ":17:15: error: peripherals[2].id: peripheral id \"fpga\" repeats peripherals[0] [duplicate-id]"),
+      std::string::npos)
+      << run.out;
+  const auto broken = Pcfg({"check", Written("syntax.txtpb", "peripherals {\n  id: 3 3\n}\n")});
+  EXPECT_NE(broken.out.find("syntax.txtpb:2:"), std::string::npos) << broken.out;
+
+  const auto json = Pcfg({"check", "--format", "json", error});
+  EXPECT_NE(json.out.find("\"rule\": \"duplicate-id\""), std::string::npos) << json.out;
+  EXPECT_NE(json.out.find("\"line\": 17"), std::string::npos) << json.out;
+
+  const auto bad_json =
+      Pcfg({"check", Written("bad.json", "{\n  \"peripherals\": [\n    {\"id\": }\n  ]\n}\n")});
+  EXPECT_EQ(bad_json.status, 2);
+  EXPECT_NE(bad_json.out.find("bad.json:3:"), std::string::npos) << bad_json.out;
+}
+
+TEST(Cli, CompileMatchesProtocAndRoundTripsThroughJson) {
+  const std::string text = Written("rt.txtpb", kSmall);
+  ASSERT_EQ(Pcfg({"compile", text, "-o", Scratch("rt.binpb")}).status, 0);
+  const std::string binary = ReadFile(Scratch("rt.binpb"));
+  ASSERT_FALSE(binary.empty());
+
+  const std::string protoc_out = Scratch("protoc.binpb");
+  const std::string command =
+      "cd " + std::string(PCFG_SOURCE_DIR) +
+      "/peripheralconfig/proto && protoc -I. "
+      "--encode=Talvo.Peripherals.Config.Models.PeripheralConfig peripheral.config.proto < " +
+      text + " > " + protoc_out + " 2>/dev/null";
+  if (std::system(command.c_str()) == 0) {
+    EXPECT_EQ(ReadFile(protoc_out), binary);
+  }
+
+  ASSERT_EQ(Pcfg({"decode", Scratch("rt.binpb"), "-o", Scratch("rt.json")}).status, 0);
+  ASSERT_EQ(Pcfg({"compile", Scratch("rt.json"), "-o", Scratch("rt2.binpb")}).status, 0);
+  EXPECT_EQ(ReadFile(Scratch("rt2.binpb")), binary);
+
+  const auto decoded = Pcfg({"decode", Scratch("rt.binpb")});
+  EXPECT_EQ(decoded.out.rfind("# proto-file: peripheralconfig/proto/peripheral.config.proto\n", 0), 0u);
+  const auto recompiled = Pcfg({"compile", "-", "-o", "-"}, decoded.out);
+  EXPECT_EQ(recompiled.status, 0);
+  EXPECT_EQ(recompiled.out, binary);
+}
+
+TEST(Cli, FailedRunsLeaveOutputsAlone) {
+  const std::string target = Scratch("keep.binpb");
+  WriteFile(target, "precious");
+  const std::string error = Written("refused.txtpb", std::string(kSmall) + "peripherals { id: \"fpga\" }\n");
+  EXPECT_EQ(Pcfg({"compile", error, "-o", target}).status, 1);
+  EXPECT_EQ(Pcfg({"compile", Written("unparsable.txtpb", "peripherals {"), "-o", target}).status, 2);
+  EXPECT_EQ(ReadFile(target), "precious");
+  EXPECT_EQ(TemporaryFilesIn(pcfg_test::ScratchDir()), 0) << "no temporary file is left behind";
+
+  EXPECT_EQ(Pcfg({"compile", "--no-check", error, "-o", target}).status, 0);
+  EXPECT_NE(ReadFile(target), "precious");
+
+  const auto unwritable = Pcfg({"compile", Written("ok.txtpb", kSmall), "-o", "/nonexistent-dir/out.binpb"});
+  EXPECT_EQ(unwritable.status, 2);
+  EXPECT_NE(unwritable.err.find("/nonexistent-dir/out.binpb: error:"), std::string::npos) << unwritable.err;
+}
+
+TEST(Cli, DecodeReportsUnknownFieldsAndBadBinary) {
+  // peripherals { id: "x" } followed by field 99 of the root, then field 7 inside the peripheral.
+  const std::string bytes("\x52\x05\x0a\x01x\x38\x01\x98\x06\x05", 10);
+  const std::string input = Written("unknown.binpb", bytes);
+  const auto run = Pcfg({"decode", input});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_NE(
+      run.err.find(
+          "warning: peripherals[0]: Peripheral carries fields the schema does not know: 7 [unknown-field]"),
+      std::string::npos)
+      << run.err;
+  EXPECT_NE(run.err.find("carries fields the schema does not know: 99"), std::string::npos) << run.err;
+  EXPECT_NE(run.out.find("99: 5"), std::string::npos) << "kept in the text output:\n" << run.out;
+  EXPECT_EQ(Pcfg({"check", "--from", "binary", input}).status, 0);
+  EXPECT_EQ(Pcfg({"check", "--from", "binary", "--werror", input}).status, 1);
+
+  const auto truncated = Pcfg({"decode", Written("truncated.binpb", bytes.substr(0, 4))});
+  EXPECT_EQ(truncated.status, 2);
+  EXPECT_NE(truncated.err.find("4 bytes"), std::string::npos) << truncated.err;
+
+  const auto utf8 = Pcfg({"decode", Written("utf8.binpb", std::string("\x52\x03\x0a\x01\xff", 5))});
+  EXPECT_EQ(utf8.status, 2);
+  EXPECT_NE(utf8.err.find("Talvo.Peripherals.Config.Models.Peripheral.id"), std::string::npos) << utf8.err;
+}
+
+}  // namespace

@@ -1,0 +1,47 @@
+#include "diagnostics.h"
+
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+namespace pcfg {
+
+const char* SeverityName(Severity severity) { return severity == Severity::kError ? "error" : "warning"; }
+
+std::string FormatDiagnostic(const Diagnostic& d) {
+  std::string text = d.file;
+  if (d.line > 0) {
+    text += ":" + std::to_string(d.line);
+    if (d.column > 0) text += ":" + std::to_string(d.column);
+  }
+  text += std::string(": ") + SeverityName(d.severity) + ": ";
+  if (!d.path.empty()) text += d.path + ": ";
+  text += d.message;
+  if (!d.rule.empty()) text += " [" + d.rule + "]";
+  return text;
+}
+
+void PrintDiagnostics(std::ostream& out, const std::vector<Diagnostic>& diagnostics) {
+  for (const Diagnostic& d : diagnostics) out << FormatDiagnostic(d) << '\n';
+}
+
+void PrintDiagnosticsJson(std::ostream& out, const std::vector<Diagnostic>& diagnostics) {
+  nlohmann::ordered_json array = nlohmann::ordered_json::array();
+  for (const Diagnostic& d : diagnostics) {
+    array.push_back({{"file", d.file},
+                     {"line", d.line},
+                     {"column", d.column},
+                     {"severity", SeverityName(d.severity)},
+                     {"rule", d.rule},
+                     {"path", d.path},
+                     {"message", d.message}});
+  }
+  out << array.dump(2) << '\n';
+}
+
+int CountSeverity(const std::vector<Diagnostic>& diagnostics, Severity severity) {
+  int count = 0;
+  for (const Diagnostic& d : diagnostics) count += d.severity == severity;
+  return count;
+}
+
+}  // namespace pcfg

@@ -1,0 +1,33 @@
+// Diagnostics of loading and checking: what, where (file, line, column, field path), how bad,
+// and under which rule; printed as compiler-style lines or as JSON.
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace pcfg {
+
+enum class Severity { kWarning, kError };
+
+const char* SeverityName(Severity severity);
+
+struct Diagnostic {
+  std::string file;
+  int line = 0;    // 1-based; 0 when unknown
+  int column = 0;  // 1-based; 0 when unknown
+  Severity severity = Severity::kError;
+  std::string rule;  // empty for load errors
+  std::string path;  // field path, may be empty
+  std::string message;
+};
+
+// FILE:LINE:COL: error: PATH: MESSAGE [RULE]
+std::string FormatDiagnostic(const Diagnostic& diagnostic);
+void PrintDiagnostics(std::ostream& out, const std::vector<Diagnostic>& diagnostics);
+// A JSON array of objects with file, line, column, severity, rule, path and message.
+void PrintDiagnosticsJson(std::ostream& out, const std::vector<Diagnostic>& diagnostics);
+
+int CountSeverity(const std::vector<Diagnostic>& diagnostics, Severity severity);
+
+}  // namespace pcfg
