@@ -186,3 +186,24 @@ TEST(Cli, DecodeReportsUnknownFieldsAndBadBinary) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Example, HeadsetPassesEveryCheckAndRoundTripsThroughEveryForm) {
+  const std::string example = pcfg_test::ExamplePath("headset.txtpb");
+  const auto check = Pcfg({"check", "--werror", example});
+  EXPECT_EQ(check.status, 0) << check.out;
+  EXPECT_EQ(check.out, "");
+
+  const std::string binary = Scratch("headset.binpb"), json = Scratch("headset.json"),
+                    again = Scratch("headset-again.binpb"), text = Scratch("headset.txtpb");
+  ASSERT_EQ(Pcfg({"compile", example, "-o", binary}).status, 0);
+  ASSERT_EQ(Pcfg({"decode", binary, "-o", json}).status, 0);
+  ASSERT_EQ(Pcfg({"compile", json, "-o", again}).status, 0);
+  EXPECT_EQ(ReadFile(again), ReadFile(binary));
+  ASSERT_EQ(Pcfg({"decode", again, "-o", text}).status, 0);
+  ASSERT_EQ(Pcfg({"compile", text, "-o", again}).status, 0);
+  EXPECT_EQ(ReadFile(again), ReadFile(binary));
+}
+
+}  // namespace
