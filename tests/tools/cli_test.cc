@@ -207,3 +207,23 @@ TEST(Example, HeadsetPassesEveryCheckAndRoundTripsThroughEveryForm) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Cli, TextOrJsonWithInvalidUtf8IsRefusedBeforeItReachesTheWire) {
+  // The text and JSON parsers take such strings; the device's binary parser would not.
+  const std::string text = Written("latin1.txtpb", "peripherals {\n  id: \"caf\xe9\"\n}\n");
+  const auto compile = Pcfg({"compile", text, "-o", Scratch("latin1.binpb")});
+  EXPECT_EQ(compile.status, 2);
+  EXPECT_NE(compile.err.find("latin1.txtpb:2:3: error: peripherals[0].id: string field "
+                             "'Talvo.Peripherals.Config.Models.Peripheral.id' holds invalid UTF-8"),
+            std::string::npos)
+      << compile.err;
+  const auto repeated =
+      Pcfg({"check", Written("list.txtpb", "physical_cameras { cameraset_peripheral_ids: \"\xc0\xaf\" }\n")});
+  EXPECT_EQ(repeated.status, 2);
+  EXPECT_NE(repeated.out.find("physical_cameras[0].cameraset_peripheral_ids[0]"), std::string::npos)
+      << repeated.out;
+}
+
+}  // namespace

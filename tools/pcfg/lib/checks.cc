@@ -1,10 +1,11 @@
 #include "checks.h"
 
 #include <algorithm>
-#include <functional>
 #include <optional>
 #include <unordered_map>
 #include <unordered_set>
+
+#include "walk.h"
 
 namespace pcfg {
 
@@ -110,25 +111,6 @@ void ForEachReference(const Config& config, Visit visit) {
     visit(Reference{owner.Field("peripheral_id"), &stream.peripheral_id(), any, "stream configuration"});
     ForEachIdList(stream.camera_peripheral_ids(), owner, "camera_peripheral_ids",
                   models::PERIPHERAL_TYPE_CAMERA, "member camera", visit);
-  }
-}
-
-// Visits every message of the tree, the root included, with its path.
-void WalkMessages(const gp::Message& message, const FieldPath& path,
-                  const std::function<void(const gp::Message&, const FieldPath&)>& visit) {
-  visit(message, path);
-  const gp::Reflection* reflection = message.GetReflection();
-  std::vector<const gp::FieldDescriptor*> fields;
-  reflection->ListFields(message, &fields);
-  for (const gp::FieldDescriptor* field : fields) {
-    if (field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE) continue;
-    if (field->is_repeated()) {
-      for (int i = 0; i < reflection->FieldSize(message, field); ++i)
-        WalkMessages(reflection->GetRepeatedMessage(message, field, i), path.Element(field->name(), i),
-                     visit);
-    } else {
-      WalkMessages(reflection->GetMessage(message, field), path.Field(field->name()), visit);
-    }
   }
 }
 

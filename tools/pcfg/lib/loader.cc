@@ -12,6 +12,8 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "walk.h"
+
 namespace pcfg {
 namespace {
 
@@ -161,6 +163,69 @@ bool ParseBinary(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
   return false;
 }
 
+// Whether TEXT is well-formed UTF-8 (no overlong forms, surrogates or values past U+10FFFF),
+// as the wire format requires of every string field.
+bool IsValidUtf8(const std::string& text) {
+  size_t i = 0;
+  while (i < text.size()) {
+    const unsigned char lead = static_cast<unsigned char>(text[i]);
+    if (lead < 0x80) {
+      ++i;
+      continue;
+    }
+    int length;
+    unsigned min;
+    unsigned code;
+    if ((lead & 0xE0) == 0xC0) {
+      length = 2, min = 0x80, code = lead & 0x1F;
+    } else if ((lead & 0xF0) == 0xE0) {
+      length = 3, min = 0x800, code = lead & 0x0F;
+    } else if ((lead & 0xF8) == 0xF0) {
+      length = 4, min = 0x10000, code = lead & 0x07;
+    } else {
+      return false;
+    }
+    if (i + length > text.size()) return false;
+    for (int k = 1; k < length; ++k) {
+      const unsigned char next = static_cast<unsigned char>(text[i + k]);
+      if ((next & 0xC0) != 0x80) return false;
+      code = code << 6 | (next & 0x3F);
+    }
+    if (code < min || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) return false;
+    i += length;
+  }
+  return true;
+}
+
+// Text and JSON parsers accept strings that the wire format rejects; refuse them here, so that
+// nothing compiled from them fails to parse on the device.
+bool CheckStringsAreUtf8(const LoadedConfig& loaded, std::vector<Diagnostic>* diagnostics) {
+  bool ok = true;
+  WalkMessages(loaded.config, FieldPath(), [&](const gp::Message& message, const FieldPath& path) {
+    const gp::Reflection* reflection = message.GetReflection();
+    std::vector<const gp::FieldDescriptor*> fields;
+    reflection->ListFields(message, &fields);
+    for (const gp::FieldDescriptor* field : fields) {
+      if (field->type() != gp::FieldDescriptor::TYPE_STRING) continue;
+      const int count = field->is_repeated() ? reflection->FieldSize(message, field) : 1;
+      for (int i = 0; i < count; ++i) {
+        const std::string value = field->is_repeated() ? reflection->GetRepeatedString(message, field, i)
+                                                       : reflection->GetString(message, field);
+        if (IsValidUtf8(value)) continue;
+        const FieldPath where =
+            field->is_repeated() ? path.Element(field->name(), i) : path.Field(field->name());
+        const LoadedConfig::Location location = loaded.Locate(where);
+        Diagnostic d = LoadError(loaded.file, "string field '" + field->full_name() + "' holds invalid UTF-8",
+                                 location.line, location.column);
+        d.path = where.ToString();
+        diagnostics->push_back(d);
+        ok = false;
+      }
+    }
+  });
+  return ok;
+}
+
 }  // namespace
 
 LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
@@ -210,9 +275,9 @@ bool ParseConfig(const std::string& display_name, Format format, std::string raw
   loaded->locations.reset();
   switch (format) {
     case Format::kText:
-      return ParseText(loaded, diagnostics);
+      return ParseText(loaded, diagnostics) && CheckStringsAreUtf8(*loaded, diagnostics);
     case Format::kJson:
-      return ParseJson(loaded, diagnostics);
+      return ParseJson(loaded, diagnostics) && CheckStringsAreUtf8(*loaded, diagnostics);
     case Format::kBinary:
       return ParseBinary(loaded, diagnostics);
   }
