@@ -43,5 +43,9 @@ bool WriteOrReport(const std::string& path, const std::string& bytes);
 void AddCompileCommand(CLI::App& app, int& exit_status);
 void AddDecodeCommand(CLI::App& app, int& exit_status);
 void AddCheckCommand(CLI::App& app, int& exit_status);
+void AddDiffCommand(CLI::App& app, int& exit_status);
+void AddFmtCommand(CLI::App& app, int& exit_status);
+void AddShowCommand(CLI::App& app, int& exit_status);
+void AddGraphCommand(CLI::App& app, int& exit_status);
 
 }  // namespace pcfg::cli

@@ -24,6 +24,10 @@ int main(int argc, char** argv) {
   AddCompileCommand(app, exit_status);
   AddDecodeCommand(app, exit_status);
   AddCheckCommand(app, exit_status);
+  AddDiffCommand(app, exit_status);
+  AddFmtCommand(app, exit_status);
+  AddShowCommand(app, exit_status);
+  AddGraphCommand(app, exit_status);
 
   std::string help_topic;
   CLI::App* help = app.add_subcommand("help", "Show help for pcfg or one of its commands");

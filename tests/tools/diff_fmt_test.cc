@@ -1,0 +1,361 @@
+// pcfg diff and pcfg fmt: keyed matching and the lines diff prints, exit statuses across forms,
+// and fmt's canonical form, --check, -i and its guard against losing comments.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include "diff.h"
+#include "output.h"
+#include "pcfg_test_support.h"
+
+namespace {
+
+using pcfg_test::ParseText;
+using pcfg_test::Pcfg;
+using pcfg_test::ReadFile;
+using pcfg_test::WriteFile;
+
+const char kHeader[] =
+    "# proto-file: peripheralconfig/proto/peripheral.config.proto\n"
+    "# proto-message: Talvo.Peripherals.Config.Models.PeripheralConfig\n";
+
+const char kBase[] = R"(
+device_info { device_name: HARDWARE_TREVIL3 soc_name: "sm8550" }
+general_configs {
+  hal_stream_configs {
+    system_type: CAMERA_SYSTEM_TYPE_WORLD_TRACKING
+    pipeline_configs { pipeline_type: PIPELINE_DEFAULT streams: [STREAM_RAW8_NATIVE] }
+  }
+  hal_stream_configs {
+    system_type: CAMERA_SYSTEM_TYPE_COLOR
+    pipeline_configs { pipeline_type: PIPELINE_DEFAULT streams: [STREAM_RAW10_NATIVE] }
+    pipeline_configs {
+      pipeline_type: PIPELINE_FOVEATION_TWO_ZONES_FOVEA_IPE
+      streams: [STREAM_YUV420_FOVEA_PREPROCESS, STREAM_YUV420_PERIPHERY_PREPROCESS]
+    }
+  }
+}
+peripherals { id: "fpga" type: PERIPHERAL_TYPE_FPGA }
+peripherals {
+  id: "cam_left"
+  type: PERIPHERAL_TYPE_CAMERA
+  system_type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX
+  dependencies { peripheral_id: "fpga" }
+}
+peripherals { id: "set" type: PERIPHERAL_TYPE_CAMERASET }
+physical_cameras {
+  peripheral_id: "cam_left"
+  cameraset_peripheral_ids: "set"
+  camx {
+    sensor_name: "og0va1b"
+    power_up_sequence { config_type: RESET delay_ms: 1 }
+    power_up_sequence { config_type: RESET delay_ms: 5 }
+  }
+}
+camera_sets { peripheral_id: "set" camera_peripheral_ids: ["cam_left"] }
+system_options { type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX options_qc_camx {} }
+system_options { type: PERIPHERAL_SYSTEM_TYPE_CADMOR }
+)";
+
+// kBase with every keyed list in another order (positional lists as they were).
+const char kReordered[] = R"(
+system_options { type: PERIPHERAL_SYSTEM_TYPE_CADMOR }
+system_options { type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX options_qc_camx {} }
+camera_sets { peripheral_id: "set" camera_peripheral_ids: ["cam_left"] }
+physical_cameras {
+  camx {
+    power_up_sequence { config_type: RESET delay_ms: 1 }
+    power_up_sequence { config_type: RESET delay_ms: 5 }
+    sensor_name: "og0va1b"
+  }
+  cameraset_peripheral_ids: "set"
+  peripheral_id: "cam_left"
+}
+peripherals { id: "set" type: PERIPHERAL_TYPE_CAMERASET }
+peripherals {
+  dependencies { peripheral_id: "fpga" }
+  id: "cam_left"
+  type: PERIPHERAL_TYPE_CAMERA
+  system_type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX
+}
+peripherals { id: "fpga" type: PERIPHERAL_TYPE_FPGA }
+general_configs {
+  hal_stream_configs {
+    system_type: CAMERA_SYSTEM_TYPE_COLOR
+    pipeline_configs {
+      pipeline_type: PIPELINE_FOVEATION_TWO_ZONES_FOVEA_IPE
+      streams: [STREAM_YUV420_FOVEA_PREPROCESS, STREAM_YUV420_PERIPHERY_PREPROCESS]
+    }
+    pipeline_configs { pipeline_type: PIPELINE_DEFAULT streams: [STREAM_RAW10_NATIVE] }
+  }
+  hal_stream_configs {
+    system_type: CAMERA_SYSTEM_TYPE_WORLD_TRACKING
+    pipeline_configs { pipeline_type: PIPELINE_DEFAULT streams: [STREAM_RAW8_NATIVE] }
+  }
+}
+device_info { soc_name: "sm8550" device_name: HARDWARE_TREVIL3 }
+)";
+
+// TEXT (kBase by default) with the first FROM replaced by TO.
+std::string Edited(const std::string& from, const std::string& to, std::string text = kBase) {
+  const size_t at = text.find(from);
+  if (at == std::string::npos) throw std::runtime_error("not in the fixture: " + from);
+  return text.replace(at, from.size(), to);
+}
+
+std::vector<std::string> DiffLines(const std::string& a, const std::string& b) {
+  std::vector<std::string> lines;
+  for (const pcfg::Difference& d : pcfg::DiffConfigs(ParseText(a).config, ParseText(b).config))
+    lines.push_back(pcfg::FormatDifference(d));
+  return lines;
+}
+
+struct DiffCase {
+  const char* what;
+  std::string a, b;
+  std::vector<std::string> lines;
+};
+
+TEST(Diff, MatchesKeyedEntriesAndNamesEachDifference) {
+  const DiffCase cases[] = {
+      {"identical", kBase, kBase, {}},
+      {"keyed entries reordered", kBase, kReordered, {}},
+      {"changed string in a keyed entry",
+       kBase,
+       Edited("\"og0va1b\"", "\"og01a1b\""),
+       {"physical_cameras[cam_left].camx.sensor_name: \"og0va1b\" -> \"og01a1b\""}},
+      {"changed enumeration, by name",
+       kBase,
+       Edited("id: \"fpga\" type: PERIPHERAL_TYPE_FPGA", "id: \"fpga\" type: PERIPHERAL_TYPE_IMU"),
+       {"peripherals[fpga].type: PERIPHERAL_TYPE_FPGA -> PERIPHERAL_TYPE_IMU"}},
+      {"undeclared enumeration number",
+       kBase,
+       Edited("id: \"fpga\" type: PERIPHERAL_TYPE_FPGA", "id: \"fpga\" type: 77"),
+       {"peripherals[fpga].type: PERIPHERAL_TYPE_FPGA -> 77"}},
+      {"added and removed entries, by key",
+       kBase,
+       Edited("peripherals { id: \"fpga\" type: PERIPHERAL_TYPE_FPGA }",
+              "peripherals { id: \"imu1\" type: PERIPHERAL_TYPE_IMU }"),
+       {"- peripherals[fpga]: removed", "+ peripherals[imu1]: added"}},
+      {"enumeration key and a oneof member switched",
+       kBase,
+       Edited("options_qc_camx {}", "options_qc_camx_cci {}"),
+       {"+ system_options[PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX].options_qc_camx_cci: added",
+        "- system_options[PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX].options_qc_camx: removed"}},
+      {"nested keyed lists and repeated enumerations by position",
+       kBase,
+       Edited("[STREAM_YUV420_FOVEA_PREPROCESS, STREAM_YUV420_PERIPHERY_PREPROCESS]",
+              "[STREAM_YUV420_FOVEA_PREPROCESS, STREAM_RAW8_GAMMA, STREAM_RAW8_NATIVE]"),
+       {"general_configs.hal_stream_configs[CAMERA_SYSTEM_TYPE_COLOR].pipeline_configs["
+        "PIPELINE_FOVEATION_TWO_ZONES_FOVEA_IPE].streams[1]: STREAM_YUV420_PERIPHERY_PREPROCESS -> "
+        "STREAM_RAW8_GAMMA",
+        "+ general_configs.hal_stream_configs[CAMERA_SYSTEM_TYPE_COLOR].pipeline_configs["
+        "PIPELINE_FOVEATION_TWO_ZONES_FOVEA_IPE].streams[2]: STREAM_RAW8_NATIVE"}},
+      {"positional message list and a repeated string",
+       kBase,
+       Edited("delay_ms: 5 }", "delay_ms: 6 }",
+              Edited("cameraset_peripheral_ids: \"set\"", "cameraset_peripheral_ids: [\"set\", \"x\"]")),
+       {"+ physical_cameras[cam_left].cameraset_peripheral_ids[1]: \"x\"",
+        "physical_cameras[cam_left].camx.power_up_sequence[1].delay_ms: 5 -> 6"}},
+      {"singular message on one side",
+       kBase,
+       Edited("sensor_name: \"og0va1b\"", "sensor_name: \"og0va1b\" lens_info {}"),
+       {"+ physical_cameras[cam_left].camx.lens_info: added"}},
+      {"strings escaped, odd keys quoted",
+       "peripherals { id: \"a b\" } device_info { soc_name: \"x\" }",
+       "peripherals { id: \"a b\" type: PERIPHERAL_TYPE_IMU } device_info { soc_name: \"say \\\"hi\\\"\" }",
+       {"device_info.soc_name: \"x\" -> \"say \\\"hi\\\"\"",
+        "peripherals[\"a b\"].type: PERIPHERAL_TYPE_UNKNOWN -> PERIPHERAL_TYPE_IMU"}},
+      {"duplicate keys paired in order of appearance",
+       "peripherals { id: \"d\" type: PERIPHERAL_TYPE_IMU } peripherals { id: \"d\" type: "
+       "PERIPHERAL_TYPE_MAG }"
+       "peripherals { id: \"d\" type: PERIPHERAL_TYPE_FPGA }",
+       "peripherals { id: \"d\" type: PERIPHERAL_TYPE_IMU } peripherals { id: \"d\" type: "
+       "PERIPHERAL_TYPE_FPGA }",
+       {"peripherals[d#2].type: PERIPHERAL_TYPE_MAG -> PERIPHERAL_TYPE_FPGA", "- peripherals[d#3]: removed"}},
+  };
+  for (const DiffCase& c : cases) EXPECT_EQ(DiffLines(c.a, c.b), c.lines) << c.what;
+}
+
+TEST(Diff, MentionsUnknownFields) {
+  // peripherals { id: "x" }, then the same entry carrying field 7 = 1 the schema does not know.
+  pcfg::Config plain, unknown;
+  ASSERT_TRUE(plain.ParseFromString(std::string("\x52\x03\x0a\x01x", 5)));
+  ASSERT_TRUE(unknown.ParseFromString(std::string("\x52\x05\x0a\x01x\x38\x01", 7)));
+  const auto differences = pcfg::DiffConfigs(plain, unknown);
+  ASSERT_EQ(differences.size(), 1u);
+  EXPECT_EQ(pcfg::FormatDifference(differences[0]), "peripherals[x].(unknown fields): (none) -> { 7: 1 }");
+  EXPECT_TRUE(pcfg::DiffConfigs(unknown, unknown).empty());
+}
+
+TEST(DiffFmt, HelpGivesExitStatusesAndAnExample) {
+  for (const char* command : {"diff", "fmt"}) {
+    const auto run = Pcfg({command, "--help"});
+    EXPECT_EQ(run.status, 0) << command;
+    EXPECT_NE(run.out.find("Exit status"), std::string::npos) << command;
+    EXPECT_NE(run.out.find(std::string("Example: pcfg ") + command), std::string::npos) << command;
+    EXPECT_EQ(Pcfg({"help", command}).out, run.out) << command;
+  }
+}
+
+std::string Scratch(const std::string& name) { return pcfg_test::ScratchDir() + "/" + name; }
+
+std::string Written(const std::string& name, const std::string& content) {
+  WriteFile(Scratch(name), content);
+  return Scratch(name);
+}
+
+TEST(Diff, ExitStatusesAcrossForms) {
+  const std::string text = Written("base.txtpb", kBase);
+  const std::string binary =
+      Written("base.binpb", pcfg::SerializeConfig(ParseText(kBase).config, pcfg::Format::kBinary));
+  const std::string json =
+      Written("base.json", pcfg::SerializeConfig(ParseText(kBase).config, pcfg::Format::kJson));
+  const std::string odd_name = Written("base.data", ReadFile(text));
+  const std::string changed = Written("changed.txtpb", Edited("\"og0va1b\"", "\"og01a1b\""));
+  struct Row {
+    const char* what;
+    std::vector<std::string> args;
+    int status;
+  };
+  const Row rows[] = {
+      {"text against binary", {"diff", text, binary}, 0},
+      {"json against text", {"diff", json, text}, 0},
+      {"format given for a side", {"diff", "--from-a", "text", odd_name, binary}, 0},
+      {"standard input as one side", {"diff", "-", binary}, 0},
+      {"different", {"diff", binary, changed}, 1},
+      {"missing file", {"diff", text, Scratch("nope.txtpb")}, 2},
+      {"unparsable", {"diff", Written("broken.txtpb", "peripherals {"), text}, 2},
+      {"wrong format given", {"diff", "--from-b", "json", text, binary}, 2},
+      {"one argument", {"diff", text}, 2},
+      {"both standard input", {"diff", "-", "-"}, 2},
+  };
+  for (const Row& row : rows) {
+    const auto run = Pcfg(row.args, kBase);
+    EXPECT_EQ(run.status, row.status) << row.what << "\n" << run.out << run.err;
+    if (row.status == 0) {
+      EXPECT_EQ(run.out, "") << row.what;
+    }
+  }
+  EXPECT_EQ(Pcfg({"diff", binary, changed}).out,
+            "physical_cameras[cam_left].camx.sensor_name: \"og0va1b\" -> \"og01a1b\"\n");
+}
+
+// Field order scrambled, an alias and a number for enumerations, odd spacing, no header.
+const char kMessy[] =
+    "physical_cameras { model: CAMERA_MODEL_VELMIR peripheral_id: \"cam\" }\n"
+    "peripherals {type:1   id:\"cam\"}\ndevice_info{soc_name:'sm8550' device_name:HARDWARE_TREVIL3}\n";
+
+TEST(Fmt, PrintsTheCanonicalFormIdempotently) {
+  const auto first = Pcfg({"fmt", Written("messy.txtpb", kMessy)});
+  ASSERT_EQ(first.status, 0) << first.err;
+  EXPECT_EQ(first.out, std::string(kHeader) +
+                           "device_info {\n  device_name: HARDWARE_TREVIL3\n  soc_name: \"sm8550\"\n}\n"
+                           "peripherals {\n  id: \"cam\"\n  type: PERIPHERAL_TYPE_CAMERA\n}\n"
+                           "physical_cameras {\n  peripheral_id: \"cam\"\n  model: CAMERA_MODEL_OV7251\n}\n");
+  const auto second = Pcfg({"fmt", Written("once.txtpb", first.out)});
+  EXPECT_EQ(second.out, first.out);
+  EXPECT_EQ(Pcfg({"fmt", "--check", Scratch("once.txtpb")}).status, 0);
+
+  // The same configuration in the other forms prints the same text.
+  const pcfg::Config config = ParseText(kMessy).config;
+  const std::string binary = Written("messy.binpb", pcfg::SerializeConfig(config, pcfg::Format::kBinary));
+  EXPECT_EQ(Pcfg({"fmt", binary}).out, first.out);
+  EXPECT_EQ(Pcfg({"fmt", "-"}, kMessy).out, first.out);
+}
+
+TEST(Fmt, CheckListsFilesNotFormatted) {
+  const std::string canonical = pcfg::SerializeConfig(ParseText(kBase).config, pcfg::Format::kText);
+  const std::string clean = Written("clean.txtpb", canonical);
+  const std::string messy = Written("check-messy.txtpb", kMessy);
+  const std::string commented = Written("commented.txtpb", canonical + "# trailing note\n");
+  struct Row {
+    const char* what;
+    std::vector<std::string> args;
+    int status;
+    std::string out;
+  };
+  const Row rows[] = {
+      {"all formatted", {"fmt", "--check", clean, clean}, 0, ""},
+      {"one not formatted", {"fmt", "--check", clean, messy}, 1, messy + ": not formatted\n"},
+      {"a comment is not canonical", {"fmt", "--check", commented}, 1, commented + ": not formatted\n"},
+      {"unreadable wins", {"fmt", "--check", messy, Scratch("nope.txtpb")}, 2, messy + ": not formatted\n"},
+      {"binary is not checked", {"fmt", "--check", Written("c.binpb", "")}, 2, ""},
+      {"several inputs need -i or --check", {"fmt", clean, clean}, 2, ""},
+      {"-i and --check together", {"fmt", "-i", "--check", clean}, 2, ""},
+  };
+  for (const Row& row : rows) {
+    const auto run = Pcfg(row.args);
+    EXPECT_EQ(run.status, row.status) << row.what << "\n" << run.err;
+    EXPECT_EQ(run.out, row.out) << row.what;
+  }
+  EXPECT_EQ(ReadFile(messy), kMessy) << "--check writes nothing";
+}
+
+ino_t Inode(const std::string& path) {
+  struct stat info {};
+  stat(path.c_str(), &info);
+  return info.st_ino;
+}
+
+TEST(Fmt, InPlaceRewritesOnlyWhatItMayAndMust) {
+  const std::string canonical = Pcfg({"fmt", "-"}, kMessy).out;
+  struct Row {
+    const char* what;
+    std::string content;
+    std::vector<std::string> extra;
+    int status;
+    std::string result;  // the file afterwards
+    std::string message;
+  };
+  const std::string quoted_hashes = "device_info { soc_name: \"a#b\" } # no\n";
+  const Row rows[] = {
+      {"rewritten", kMessy, {}, 0, canonical, ": formatted"},
+      {"header lines are no comments", kHeader + std::string(kMessy), {}, 0, canonical, ": formatted"},
+      {"comment line refused",
+       std::string(kMessy) + "\n# keep me\n",
+       {},
+       2,
+       std::string(kMessy) + "\n# keep me\n",
+       ":5: error: has comments"},
+      {"trailing comment refused", quoted_hashes, {}, 2, quoted_hashes, ":1: error: has comments"},
+      {"# inside strings is no comment",
+       "device_info { soc_name: \"a#b\" }\nperipherals { id: 'x\\'#' }\n",
+       {},
+       0,
+       std::string(kHeader) + "device_info {\n  soc_name: \"a#b\"\n}\nperipherals {\n  id: \"x\\'#\"\n}\n",
+       ": formatted"},
+      {"--drop-comments proceeds",
+       std::string(kMessy) + "# gone\n",
+       {"--drop-comments"},
+       0,
+       canonical,
+       ": formatted"},
+      {"binary refused",
+       "\x52\x03\x0a\x01x",
+       {"--from", "binary"},
+       2,
+       "\x52\x03\x0a\x01x",
+       ": error: read as binary"},
+  };
+  int n = 0;
+  for (const Row& row : rows) {
+    const std::string file = Written("inplace" + std::to_string(n++) + ".txtpb", row.content);
+    std::vector<std::string> args = {"fmt", "-i", file};
+    args.insert(args.end(), row.extra.begin(), row.extra.end());
+    const auto run = Pcfg(args);
+    EXPECT_EQ(run.status, row.status) << row.what << "\n" << run.err;
+    EXPECT_EQ(ReadFile(file), row.result) << row.what;
+    EXPECT_NE(run.err.find(file + row.message), std::string::npos) << row.what << "\n" << run.err;
+  }
+
+  // A file already canonical is not written at all.
+  const std::string clean = Written("inplace-clean.txtpb", canonical);
+  const ino_t before = Inode(clean);
+  EXPECT_EQ(Pcfg({"fmt", "-i", clean}).status, 0);
+  EXPECT_EQ(Inode(clean), before);
+}
+
+}  // namespace

@@ -1,0 +1,387 @@
+// pcfg show and pcfg graph: the bring-up order, the facts show prints as text and JSON, and the
+// DOT that graph writes, read back through Graphviz itself.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <iterator>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "bringup.h"
+#include "pcfg_test_support.h"
+
+namespace {
+
+using nlohmann::json;
+using pcfg_test::Pcfg;
+using pcfg_test::ReadFile;
+using pcfg_test::WriteFile;
+
+std::string Scratch(const std::string& name) { return pcfg_test::ScratchDir() + "/" + name; }
+
+std::string Written(const std::string& name, const std::string& content) {
+  WriteFile(Scratch(name), content);
+  return Scratch(name);
+}
+
+bool DotOnPath() { return std::system("command -v dot >/dev/null 2>&1") == 0; }
+
+std::vector<std::string> Ids(const pcfg::Config& config, const std::vector<int>& indices) {
+  std::vector<std::string> ids;
+  for (int index : indices) ids.push_back(config.peripherals(index).id());
+  return ids;
+}
+
+// Registry entries "id" or "id>dep1,dep2" (each id depends on the listed ones), in order.
+std::string Registry(const std::vector<std::string>& entries) {
+  std::string text;
+  for (const std::string& entry : entries) {
+    const size_t arrow = entry.find('>');
+    text += "peripherals { id: \"" + entry.substr(0, arrow) + "\" type: PERIPHERAL_TYPE_GENERIC";
+    for (size_t start = arrow; start != std::string::npos;) {
+      const size_t end = entry.find(',', start + 1);
+      text += " dependencies { peripheral_id: \"" + entry.substr(start + 1, end - start - 1) + "\" }";
+      start = end;
+    }
+    text += " }\n";
+  }
+  return text;
+}
+
+TEST(BringUp, DependenciesFirstThenRegistryOrder) {
+  struct Row {
+    const char* what;
+    std::vector<std::string> registry;
+    std::vector<std::string> order;
+    std::vector<std::string> left_out;
+  };
+  const Row rows[] = {
+      {"independent entries keep registry order", {"c", "a", "b"}, {"c", "a", "b"}, {}},
+      {"a chain listed backwards", {"a>b", "b>c", "c"}, {"c", "b", "a"}, {}},
+      // Once y is up, x (entry 0) is ready with z (entry 2): the earlier entry goes first.
+      {"a newly ready entry earlier in the registry wins",
+       {"x>y", "y", "z", "w>z"},
+       {"y", "x", "z", "w"},
+       {}},
+      {"diamond",
+       {"top>left,right", "left>base", "right>base", "base"},
+       {"base", "left", "right", "top"},
+       {}},
+      {"repeated dependency", {"a>b,b", "b"}, {"b", "a"}, {}},
+      {"dangling dependency is ignored", {"a>ghost", "b"}, {"a", "b"}, {}},
+      {"cycle and what depends on it are left out, the rest ordered",
+       {"a>b", "b>a", "c>a", "d", "e>d"},
+       {"d", "e"},
+       {"a", "b", "c"}},
+      {"self-dependency", {"solo>solo", "other"}, {"other"}, {"solo"}},
+  };
+  for (const Row& row : rows) {
+    const pcfg::LoadedConfig loaded = pcfg_test::ParseText(Registry(row.registry));
+    const pcfg::BringUpOrder order = pcfg::TopologicalBringUp(loaded.config);
+    EXPECT_EQ(Ids(loaded.config, order.order), row.order) << row.what;
+    EXPECT_EQ(order.left_out, row.left_out) << row.what;
+    EXPECT_EQ(order.complete(), row.left_out.empty()) << row.what;
+  }
+}
+
+// Covers each driver, an applicable options entry, a missing one, an alias model name, an
+// undeclared model number and a camera that is not registered.
+const char kSmall[] = R"(device_info { device_name: HARDWARE_TREVIL3 soc_name: "sm8550" }
+peripherals { id: "fpga" type: PERIPHERAL_TYPE_FPGA system_type: PERIPHERAL_SYSTEM_TYPE_CADMOR }
+peripherals { id: "stereo" type: PERIPHERAL_TYPE_LOGICAL_CAMERA dependencies { peripheral_id: "set" } }
+peripherals { id: "set" type: PERIPHERAL_TYPE_CAMERASET dependencies { peripheral_id: "cam_a" } }
+peripherals {
+  id: "cam_a" type: PERIPHERAL_TYPE_CAMERA system_type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX
+  dependencies { peripheral_id: "fpga" }
+}
+peripherals {
+  id: "cam_b" type: PERIPHERAL_TYPE_CAMERA system_type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CADMOR
+  dependencies { peripheral_id: "fpga" }
+}
+peripherals { id: "cam_d" type: PERIPHERAL_TYPE_CAMERA system_type: PERIPHERAL_SYSTEM_TYPE_CADMOR }
+physical_cameras { peripheral_id: "cam_a" model: CAMERA_MODEL_OG0VA1B camx {} cameraset_peripheral_ids: "set" }
+physical_cameras { peripheral_id: "cam_b" model: CAMERA_MODEL_VELMIR2 camx {} cadmor {} }
+physical_cameras { peripheral_id: "cam_c" model: 57 }
+physical_cameras { peripheral_id: "cam_d" model: CAMERA_MODEL_OV9281 cadmor {} }
+camera_sets {
+  peripheral_id: "set" camera_peripheral_ids: ["cam_a", "cam_b"] sync_period_us: 33333
+  cadmor { camera_set_id: 2 }
+}
+logical_cameras { peripheral_id: "stereo" camera_peripheral_ids: ["cam_a", "cam_b"] camx { primary_camera_index: 1 } }
+camera_stream_configs {
+  peripheral_id: "stream" cadmor_frame_type: CADMOR_FRAME_TYPE_HAND camera_type: CAMERA_TYPE_FT
+  camera_peripheral_ids: ["cam_a"] is_default: true
+}
+system_options { type: PERIPHERAL_SYSTEM_TYPE_CADMOR }
+system_options { type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX options_qc_camx {} }
+general_configs {
+  hal_stream_configs {
+    system_type: CAMERA_SYSTEM_TYPE_COLOR
+    pipeline_configs { pipeline_type: PIPELINE_DEFAULT streams: [STREAM_RAW10_NATIVE, STREAM_YUV420_FULL_POSTPROCESS] }
+  }
+}
+)";
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  size_t start = 0;
+  for (size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1)
+    lines.push_back(text.substr(start, end - start));
+  return lines;
+}
+
+std::string Trim(const std::string& text) {
+  const size_t first = text.find_first_not_of(' ');
+  return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(' ') - first + 1);
+}
+
+// The table of a text section as header -> cell per row, read at the header's column offsets,
+// so a cell comes out whole only when the columns are aligned.
+std::vector<std::map<std::string, std::string>> Section(const std::string& text, const std::string& title) {
+  const std::vector<std::string> lines = Lines(text);
+  size_t at = 0;
+  while (at < lines.size() && lines[at].rfind(title + ":", 0) != 0) ++at;
+  std::vector<std::map<std::string, std::string>> rows;
+  if (at + 1 >= lines.size()) return rows;
+  const std::string& header = lines[at + 1];
+  std::vector<std::pair<size_t, std::string>> columns;  // start, name
+  for (size_t i = 2; i < header.size();) {
+    const size_t end = header.find("  ", i);
+    columns.emplace_back(i, header.substr(i, end == std::string::npos ? end : end - i));
+    if (end == std::string::npos) break;
+    i = header.find_first_not_of(' ', end);
+  }
+  for (size_t k = at + 2; k < lines.size() && !lines[k].empty(); ++k) {
+    std::map<std::string, std::string> row;
+    for (size_t c = 0; c < columns.size(); ++c) {
+      const size_t start = columns[c].first;
+      const size_t end = c + 1 < columns.size() ? columns[c + 1].first : std::string::npos;
+      row[columns[c].second] = start < lines[k].size() ? Trim(lines[k].substr(start, end - start)) : "";
+    }
+    rows.push_back(row);
+  }
+  return rows;
+}
+
+TEST(Show, TextFacts) {
+  const auto run = Pcfg({"show", Written("small.txtpb", kSmall)});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out.find('\t'), std::string::npos);
+  EXPECT_NE(run.out.find("Device         HARDWARE_TREVIL3 (TREVIL3)\n"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("SoC            sm8550\n"), std::string::npos);
+
+  std::map<std::string, std::string> counts;
+  for (const auto& row : Section(run.out, "Peripherals")) counts[row.at("TYPE")] = row.at("COUNT");
+  EXPECT_EQ(counts, (std::map<std::string, std::string>{{"PERIPHERAL_TYPE_CAMERA", "3"},
+                                                        {"PERIPHERAL_TYPE_CAMERASET", "1"},
+                                                        {"PERIPHERAL_TYPE_LOGICAL_CAMERA", "1"},
+                                                        {"PERIPHERAL_TYPE_FPGA", "1"}}));
+
+  struct CameraRow {
+    const char *id, *model, *driver, *system_type, *options;
+  };
+  const CameraRow expected[] = {
+      {"cam_a", "CAMERA_MODEL_OG0VA1B", "CamX", "PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX",
+       "system_options[1] options_qc_camx"},
+      {"cam_b", "CAMERA_MODEL_OG0VE1B", "both", "PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CADMOR", "none"},
+      {"cam_c", "57", "none", "- (not in registry)", "-"},
+      {"cam_d", "CAMERA_MODEL_OV9281", "Cadmor", "PERIPHERAL_SYSTEM_TYPE_CADMOR",
+       "system_options[0] (no member set)"},
+  };
+  const auto cameras = Section(run.out, "Physical cameras");
+  ASSERT_EQ(cameras.size(), std::size(expected)) << run.out;
+  for (size_t i = 0; i < cameras.size(); ++i) {
+    EXPECT_EQ(cameras[i].at("ID"), expected[i].id);
+    EXPECT_EQ(cameras[i].at("MODEL"), expected[i].model) << expected[i].id;
+    EXPECT_EQ(cameras[i].at("DRIVER"), expected[i].driver) << expected[i].id;
+    EXPECT_EQ(cameras[i].at("SYSTEM TYPE"), expected[i].system_type) << expected[i].id;
+    EXPECT_EQ(cameras[i].at("SYSTEM OPTIONS"), expected[i].options) << expected[i].id;
+  }
+
+  const auto sets = Section(run.out, "Camera sets");
+  ASSERT_EQ(sets.size(), 1u);
+  EXPECT_EQ(sets[0].at("MEMBERS"), "cam_a, cam_b");
+  EXPECT_EQ(sets[0].at("SYNC PERIOD (us)"), "33333");
+  EXPECT_EQ(sets[0].at("CADMOR SET"), "2");
+  EXPECT_EQ(Section(run.out, "Logical cameras").at(0).at("PRIMARY"), "cam_b");
+  EXPECT_EQ(Section(run.out, "Stream configurations").at(0).at("FRAME TYPE"), "CADMOR_FRAME_TYPE_HAND");
+  EXPECT_EQ(Section(run.out, "HAL pipelines").at(0).at("STREAMS"),
+            "STREAM_RAW10_NATIVE, STREAM_YUV420_FULL_POSTPROCESS");
+
+  std::vector<std::string> order;
+  for (const auto& row : Section(run.out, "Bring-up order (dependencies first)"))
+    order.push_back(row.at("ID"));
+  EXPECT_EQ(order, (std::vector<std::string>{"fpga", "cam_a", "set", "stereo", "cam_b", "cam_d"}));
+  EXPECT_EQ(run.out.find("CYCLE"), std::string::npos);
+}
+
+TEST(Show, JsonCarriesTheSameFacts) {
+  const auto run = Pcfg({"show", "-", "--format", "json"}, kSmall);
+  ASSERT_EQ(run.status, 0) << run.err;
+  const json facts = json::parse(run.out);
+  EXPECT_EQ(facts["device"], json({{"name", "HARDWARE_TREVIL3"}, {"alias", "TREVIL3"}, {"soc", "sm8550"}}));
+  EXPECT_EQ(facts["peripheral_count"], 6);
+  EXPECT_EQ(facts["peripheral_types"]["PERIPHERAL_TYPE_CAMERA"], 3);
+  EXPECT_EQ(facts["bring_up"]["complete"], true);
+  EXPECT_EQ(facts["bring_up"]["order"][1], json({{"id", "cam_a"}, {"type", "PERIPHERAL_TYPE_CAMERA"}}));
+
+  const json& cameras = facts["physical_cameras"];
+  ASSERT_EQ(cameras.size(), 4u);
+  EXPECT_EQ(cameras[0]["driver"], "CamX");
+  EXPECT_EQ(cameras[0]["system_options"], json({{"index", 1}, {"member", "options_qc_camx"}}));
+  EXPECT_EQ(cameras[1]["model"], "CAMERA_MODEL_OG0VE1B");
+  EXPECT_EQ(cameras[1]["driver"], "both");
+  EXPECT_TRUE(cameras[1]["system_options"].is_null());
+  EXPECT_EQ(cameras[2]["model"], "57");
+  EXPECT_TRUE(cameras[2]["system_type"].is_null());
+  EXPECT_TRUE(cameras[3]["system_options"]["member"].is_null());
+
+  EXPECT_EQ(facts["camera_sets"][0]["cadmor_camera_set_id"], 2);
+  EXPECT_EQ(facts["logical_cameras"][0]["primary"], "cam_b");
+  EXPECT_EQ(facts["hal_pipelines"][0]["pipeline"], "PIPELINE_DEFAULT");
+}
+
+TEST(Show, CycleIsReportedAndTheRestOrdered) {
+  const std::string text = Registry({"a>b", "b>a", "c>a", "d", "e>d"});
+  const auto plain = Pcfg({"show", "-"}, text);
+  ASSERT_EQ(plain.status, 0) << plain.err;
+  EXPECT_NE(plain.out.find("DEPENDENCY CYCLE: 3 peripheral(s) on or behind a cycle are left out of the "
+                           "bring-up order: a, b, c"),
+            std::string::npos)
+      << plain.out;
+  std::vector<std::string> order;
+  for (const auto& row : Section(plain.out, "Bring-up order (dependencies first)"))
+    order.push_back(row.at("ID"));
+  EXPECT_EQ(order, (std::vector<std::string>{"d", "e"}));
+
+  const json facts = json::parse(Pcfg({"show", "-", "--format", "json"}, text).out);
+  EXPECT_EQ(facts["bring_up"]["complete"], false);
+  EXPECT_EQ(facts["bring_up"]["left_out"], json({"a", "b", "c"}));
+}
+
+// Ids that DOT would misread unquoted or unescaped.
+const char kAwkward[] = R"(peripherals { id: "fpga \"main\"" type: PERIPHERAL_TYPE_FPGA }
+peripherals { id: "node" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: "fpga \"main\"" } }
+peripherals { id: "back\\slash" type: PERIPHERAL_TYPE_CAMERA dependencies { peripheral_id: "node" } }
+peripherals { id: "cam -> 2" type: PERIPHERAL_TYPE_CAMERA }
+peripherals { id: "set {1}" type: PERIPHERAL_TYPE_CAMERASET }
+peripherals { id: "logical" type: PERIPHERAL_TYPE_LOGICAL_CAMERA }
+physical_cameras { peripheral_id: "back\\slash" model: CAMERA_MODEL_PELLIDOR cameraset_peripheral_ids: "set {1}" }
+camera_sets { peripheral_id: "set {1}" camera_peripheral_ids: ["back\\slash", "cam -> 2"] }
+logical_cameras { peripheral_id: "logical" camera_peripheral_ids: ["cam -> 2", "ghost"] }
+)";
+
+TEST(Graph, DotReadsBackAsTheTopology) {
+  const auto run = Pcfg({"graph", Written("awkward.txtpb", kAwkward)});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out.rfind("digraph", 0), 0u) << run.out;
+  if (!DotOnPath()) GTEST_SKIP() << "Graphviz's dot is not on PATH";
+
+  // Graphviz's own reading of the DOT: nodes, clusters and edges with their styles.
+  const std::string dot_file = Written("awkward.dot", run.out);
+  const std::string json_file = Scratch("awkward.json");
+  ASSERT_EQ(std::system(
+                ("dot -Tjson0 " + pcfg_test::Quote(dot_file) + " -o " + pcfg_test::Quote(json_file)).c_str()),
+            0);
+  const json graph = json::parse(ReadFile(json_file));
+  std::map<int, std::string> names;
+  std::map<std::string, std::string> labels, shapes;
+  std::vector<std::string> clusters;
+  for (const json& object : graph["objects"]) {
+    if (object.contains("nodes")) {
+      clusters.push_back(object["label"]);
+      continue;
+    }
+    names[object["_gvid"]] = object["name"];
+    labels[object["name"]] = object["label"];
+    shapes[object["name"]] = object["shape"];
+  }
+  EXPECT_EQ(clusters, std::vector<std::string>{"set {1}"});
+  EXPECT_EQ(labels.size(), 7u);  // six registered, and "ghost" drawn as missing
+  // Graphviz keeps a backslash of a node name as written (only \" is an escape there), so the
+  // name is the id with its backslashes doubled; the label, which is what is drawn, reads \\ as one.
+  EXPECT_EQ(labels.at("back\\\\slash"), "back\\\\slash\\nIMX471");
+  EXPECT_NE(labels.at("ghost").find("not in registry"), std::string::npos);
+  const std::string svg_file = Scratch("awkward.svg");
+  ASSERT_EQ(
+      std::system(("dot -Tsvg " + pcfg_test::Quote(dot_file) + " -o " + pcfg_test::Quote(svg_file)).c_str()),
+      0);
+  const std::string svg = ReadFile(svg_file);
+  for (const char* drawn : {">back\\slash<", ">IMX471<", ">fpga &quot;main&quot;<", ">cam &#45;&gt; 2<"})
+    EXPECT_NE(svg.find(drawn), std::string::npos) << drawn;
+  std::set<std::string> distinct_shapes;
+  for (const char* id : {"fpga \"main\"", "node", "cam -> 2", "set {1}", "logical"})
+    distinct_shapes.insert(shapes[id]);
+  EXPECT_EQ(distinct_shapes.size(), 5u) << "each peripheral type is drawn differently";
+
+  std::set<std::string> edges;
+  for (const json& edge : graph["edges"])
+    edges.insert(names[edge["tail"]] + " -> " + names[edge["head"]] + " " + edge.value("style", "solid"));
+  EXPECT_EQ(edges, (std::set<std::string>{
+                       "fpga \"main\" -> node solid",
+                       "node -> back\\\\slash solid",
+                       "back\\\\slash -> set {1} dashed",
+                       "cam -> 2 -> set {1} dashed",
+                       "cam -> 2 -> logical dashed",
+                       "ghost -> logical dashed",
+                   }));
+}
+
+TEST(Graph, RendersImagesWithDot) {
+  if (!DotOnPath()) GTEST_SKIP() << "Graphviz's dot is not on PATH";
+  const std::string input = Written("small-graph.txtpb", kSmall);
+  struct Row {
+    const char* file;
+    std::string magic;
+  };
+  for (const Row& row : {Row{"topology.svg", "<svg"}, Row{"topology.png", "\x89PNG"}}) {
+    const std::string out = Scratch(row.file);
+    const auto run = Pcfg({"graph", input, "-o", out});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const std::string image = ReadFile(out);
+    EXPECT_NE(image.find(row.magic), std::string::npos) << row.file;
+    if (row.magic == "<svg") {
+      EXPECT_NE(image.find("OG0VA1B"), std::string::npos);
+    }
+  }
+}
+
+TEST(Graph, MissingDotIsReportedAndNothingWritten) {
+  const std::string input = Written("no-dot.txtpb", kSmall);
+  const std::string empty_dir = Scratch("empty-path");
+  ::mkdir(empty_dir.c_str(), 0755);
+  const std::string saved = std::getenv("PATH") ? std::getenv("PATH") : "";
+  ::setenv("PATH", empty_dir.c_str(), 1);
+  const auto run = Pcfg({"graph", input, "-o", Scratch("no-dot.svg")});
+  ::setenv("PATH", saved.c_str(), 1);
+  EXPECT_EQ(run.status, 2);
+  EXPECT_NE(run.err.find("package graphviz"), std::string::npos) << run.err;
+  struct stat info;
+  EXPECT_NE(::stat(Scratch("no-dot.svg").c_str(), &info), 0);
+  // DOT itself needs no Graphviz.
+  EXPECT_EQ(Pcfg({"graph", input, "-o", Scratch("no-dot.dot")}).status, 0);
+}
+
+TEST(ShowGraph, ExitStatusesAndHelp) {
+  const std::string broken = Written("broken.txtpb", "peripherals { id: }\n");
+  for (const char* command : {"show", "graph"}) {
+    const auto help = Pcfg({command, "--help"});
+    EXPECT_EQ(help.status, 0) << command;
+    EXPECT_NE(help.out.find("Usage"), std::string::npos) << command;
+    EXPECT_NE(help.out.find("Example: pcfg " + std::string(command)), std::string::npos) << command;
+
+    const auto unparsable = Pcfg({command, broken});
+    EXPECT_EQ(unparsable.status, 2) << command;
+    EXPECT_NE(unparsable.err.find("broken.txtpb:1:"), std::string::npos) << unparsable.err;
+    EXPECT_EQ(unparsable.out, "") << command;
+    EXPECT_EQ(Pcfg({command, Scratch("does-not-exist.txtpb")}).status, 2) << command;
+    EXPECT_EQ(Pcfg({command}).status, 2) << command;
+  }
+  EXPECT_EQ(Pcfg({"show", "-", "--format", "yaml"}, kSmall).status, 2);
+}
+
+}  // namespace

@@ -1,0 +1,225 @@
+#include "graph.h"
+
+#include <set>
+#include <tuple>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "includes/enums.pb.h"
+
+namespace pcfg {
+namespace {
+
+namespace models = Talvo::Peripherals::Config::Models;
+
+struct NodeStyle {
+  const char* shape;
+  const char* fill;
+};
+
+NodeStyle StyleOf(int type) {
+  switch (type) {
+    case models::PERIPHERAL_TYPE_CAMERA:
+      return {"box", "#cfe2f3"};
+    case models::PERIPHERAL_TYPE_CAMERASET:
+      return {"folder", "#d9ead3"};
+    case models::PERIPHERAL_TYPE_LOGICAL_CAMERA:
+      return {"component", "#b7e1cd"};
+    case models::PERIPHERAL_TYPE_PROJECTOR:
+      return {"trapezium", "#fce5cd"};
+    case models::PERIPHERAL_TYPE_IMU:
+      return {"hexagon", "#ead1dc"};
+    case models::PERIPHERAL_TYPE_MAG:
+      return {"octagon", "#d9d2e9"};
+    case models::PERIPHERAL_TYPE_FLOOD_LED:
+      return {"invhouse", "#fff2cc"};
+    case models::PERIPHERAL_TYPE_FPGA:
+      return {"box3d", "#d9d9d9"};
+    case models::PERIPHERAL_TYPE_PROXIMITY_SENSOR:
+      return {"ellipse", "#f4cccc"};
+    case models::PERIPHERAL_TYPE_AUTOFOCUS:
+      return {"parallelogram", "#e6b8af"};
+    case models::PERIPHERAL_TYPE_GENERIC:
+      return {"ellipse", "#ffffff"};
+    default:
+      return {"ellipse", "#eeeeee"};
+  }
+}
+
+// Escapes TEXT for the inside of a DOT string; Graphviz reads \n in a label as a line break.
+std::string DotEscape(const std::string& text) {
+  std::string escaped;
+  for (char c : text) {
+    if (c == '"' || c == '\\')
+      escaped += {'\\', c};
+    else if (c == '\n')
+      escaped += "\\n";
+    else if (static_cast<unsigned char>(c) < 0x20)
+      escaped += ' ';
+    else
+      escaped += c;
+  }
+  return escaped;
+}
+
+// Node names use the same escaping as labels, which keeps distinct ids distinct.
+std::string DotQuote(const std::string& id) { return "\"" + DotEscape(id) + "\""; }
+
+std::string ModelLabel(int model) {
+  const google::protobuf::EnumValueDescriptor* value =
+      models::CameraModel_descriptor()->FindValueByNumber(model);
+  if (value == nullptr) return "model " + std::to_string(model);
+  const std::string prefix = "CAMERA_MODEL_";
+  const std::string& name = value->name();
+  return name.compare(0, prefix.size(), prefix) == 0 ? name.substr(prefix.size()) : name;
+}
+
+std::string GraphLabel(const Config& config) {
+  const int number = config.device_info().device_name();
+  const google::protobuf::EnumValueDescriptor* device =
+      models::TargetDevice_descriptor()->FindValueByNumber(number);
+  std::string label = device ? device->options().GetExtension(models::Alias) : "";
+  if (label.empty()) label = device ? device->name() : "device " + std::to_string(number);
+  if (!config.device_info().soc_name().empty()) label += " on " + config.device_info().soc_name();
+  return label +
+         "\nsolid: dependency -> dependent (bring-up order); dashed: member -> camera set or logical camera";
+}
+
+class DotWriter {
+ public:
+  explicit DotWriter(const Config& config) : config_(config) {
+    for (int i = 0; i < config.peripherals_size(); ++i) registry_.emplace(config.peripherals(i).id(), i);
+    for (const models::PhysicalCamera& camera : config.physical_cameras())
+      if (!camera.is_template()) models_.emplace(camera.peripheral_id(), camera.model());
+  }
+
+  std::string Write() {
+    CollectEdges();
+    AssignClusters();
+    out_ = "digraph peripherals {\n";
+    out_ +=
+        "  graph [rankdir=LR, newrank=true, nodesep=0.25, ranksep=0.6, fontname=\"Helvetica\", fontsize=12,";
+    out_ += " labelloc=t, label=\"" + DotEscape(GraphLabel(config_)) + "\"];\n";
+    out_ += "  node [fontname=\"Helvetica\", fontsize=10, style=filled, penwidth=1];\n";
+    out_ += "  edge [color=\"#444444\", arrowsize=0.7];\n";
+    for (size_t c = 0; c < clusters_.size(); ++c) {
+      out_ += "  subgraph cluster_" + std::to_string(c) + " {\n";
+      out_ += "    label=" + DotQuote(clusters_[c].label) +
+              "; style=\"rounded,dashed\"; color=\"#6aa84f\"; fontcolor=\"#38761d\";\n";
+      for (const std::string& id : clusters_[c].nodes) Node(id, "    ");
+      out_ += "  }\n";
+    }
+    for (const std::string& id : nodes_)
+      if (!clustered_.count(id)) Node(id, "  ");
+    for (const Edge& edge : edges_) {
+      out_ += "  " + DotQuote(edge.from) + " -> " + DotQuote(edge.to);
+      if (edge.kind == Edge::kSetMember)
+        out_ += " [style=dashed, color=\"#6aa84f\", arrowhead=odiamond]";
+      else if (edge.kind == Edge::kLogicalMember)
+        out_ += " [style=dashed, color=\"#45818e\", arrowhead=odiamond]";
+      out_ += ";\n";
+    }
+    out_ += "}\n";
+    return out_;
+  }
+
+ private:
+  struct Edge {
+    enum Kind { kDependency, kSetMember, kLogicalMember } kind;
+    std::string from, to;
+    bool operator<(const Edge& other) const {
+      return std::tie(kind, from, to) < std::tie(other.kind, other.from, other.to);
+    }
+  };
+  struct Cluster {
+    std::string label;
+    std::vector<std::string> nodes;
+  };
+
+  // Every node once, registry entries first and in registry order.
+  void Use(const std::string& id) {
+    if (seen_.insert(id).second) nodes_.push_back(id);
+  }
+
+  void AddEdge(Edge::Kind kind, const std::string& from, const std::string& to) {
+    Use(from);
+    Use(to);
+    if (edge_set_.insert({kind, from, to}).second) edges_.push_back({kind, from, to});
+  }
+
+  void CollectEdges() {
+    for (const models::Peripheral& peripheral : config_.peripherals()) Use(peripheral.id());
+    for (const models::Peripheral& peripheral : config_.peripherals())
+      for (const auto& dependency : peripheral.dependencies())
+        AddEdge(Edge::kDependency, dependency.peripheral_id(), peripheral.id());
+    for (const models::CameraSet& set : config_.camera_sets())
+      for (const std::string& camera : set.camera_peripheral_ids())
+        AddEdge(Edge::kSetMember, camera, set.peripheral_id());
+    for (const models::PhysicalCamera& camera : config_.physical_cameras())
+      if (!camera.is_template())
+        for (const std::string& set : camera.cameraset_peripheral_ids())
+          AddEdge(Edge::kSetMember, camera.peripheral_id(), set);
+    for (const models::LogicalCamera& logical : config_.logical_cameras())
+      for (const std::string& camera : logical.camera_peripheral_ids())
+        AddEdge(Edge::kLogicalMember, camera, logical.peripheral_id());
+  }
+
+  // A node can be drawn in one cluster only: a camera in several sets goes into the first set
+  // that claims it, and its dashed edges show the others.
+  void AssignClusters() {
+    std::unordered_map<std::string, std::vector<std::string>> members;  // set -> cameras
+    for (const Edge& edge : edges_)
+      if (edge.kind == Edge::kSetMember) members[edge.to].push_back(edge.from);
+    std::unordered_set<std::string> done;
+    for (const models::CameraSet& set : config_.camera_sets()) {
+      const std::string& id = set.peripheral_id();
+      if (!done.insert(id).second || clustered_.count(id)) continue;
+      Use(id);
+      Cluster cluster{id, {}};
+      for (const std::string& node : members[id])
+        if (clustered_.insert(node).second) cluster.nodes.push_back(node);
+      clustered_.insert(id);
+      cluster.nodes.push_back(id);
+      clusters_.push_back(std::move(cluster));
+    }
+  }
+
+  void Node(const std::string& id, const char* indent) {
+    out_ += indent + DotQuote(id) + " [";
+    auto entry = registry_.find(id);
+    if (entry == registry_.end()) {
+      out_ += "shape=box, style=dashed, color=red, fontcolor=red, label=\"" + DotEscape(id) +
+              "\\n(not in registry)\"];\n";
+      return;
+    }
+    const int type = config_.peripherals(entry->second).type();
+    const NodeStyle style = StyleOf(type);
+    std::string label = DotEscape(id);
+    if (type == models::PERIPHERAL_TYPE_CAMERA) {
+      auto model = models_.find(id);
+      if (model != models_.end()) label += "\\n" + DotEscape(ModelLabel(model->second));
+    }
+    out_ +=
+        std::string("shape=") + style.shape + ", fillcolor=\"" + style.fill + "\", label=\"" + label + "\"";
+    if (type == models::PERIPHERAL_TYPE_CAMERA) out_ += ", style=\"rounded,filled\"";
+    out_ += "];\n";
+  }
+
+  const Config& config_;
+  std::unordered_map<std::string, int> registry_;  // id -> first entry
+  std::unordered_map<std::string, int> models_;    // camera id -> CameraModel
+  std::vector<std::string> nodes_;
+  std::unordered_set<std::string> seen_;
+  std::vector<Edge> edges_;
+  std::set<Edge> edge_set_;
+  std::vector<Cluster> clusters_;
+  std::unordered_set<std::string> clustered_;
+  std::string out_;
+};
+
+}  // namespace
+
+std::string GraphDot(const Config& config) { return DotWriter(config).Write(); }
+
+}  // namespace pcfg
