@@ -383,41 +383,42 @@ bool EndsWith(const std::string& text, const std::string& suffix) {
 }
 
 void CheckHexStrings(const CheckContext& context, Findings& findings) {
-  WalkMessages(context.config, kRoot, [&](const gp::Message& message, const FieldPath& path) {
-    const gp::Reflection* reflection = message.GetReflection();
-    std::vector<const gp::FieldDescriptor*> fields;
-    reflection->ListFields(message, &fields);
-    for (const gp::FieldDescriptor* field : fields) {
-      if (field->type() != gp::FieldDescriptor::TYPE_STRING || field->is_repeated() ||
-          !EndsWith(field->name(), "_hex"))
-        continue;
-      const std::string value = reflection->GetString(message, field);
-      if (!IsHexNumber(value))
-        findings.Add(path.Field(field->name()), Quote(value) + " is not a hexadecimal number");
-    }
-  });
+  WalkMessages(context.config, kRoot,
+               [&](const gp::Message& message, const FieldPath& path,
+                   const std::vector<const gp::FieldDescriptor*>& fields) {
+                 const gp::Reflection* reflection = message.GetReflection();
+                 for (const gp::FieldDescriptor* field : fields) {
+                   if (field->type() != gp::FieldDescriptor::TYPE_STRING || field->is_repeated() ||
+                       !EndsWith(field->name(), "_hex"))
+                     continue;
+                   const std::string value = reflection->GetString(message, field);
+                   if (!IsHexNumber(value))
+                     findings.Add(path.Field(field->name()), Quote(value) + " is not a hexadecimal number");
+                 }
+               });
 }
 
 void CheckUndeclaredEnums(const CheckContext& context, Findings& findings) {
-  WalkMessages(context.config, kRoot, [&](const gp::Message& message, const FieldPath& path) {
-    const gp::Reflection* reflection = message.GetReflection();
-    std::vector<const gp::FieldDescriptor*> fields;
-    reflection->ListFields(message, &fields);
-    for (const gp::FieldDescriptor* field : fields) {
-      if (field->cpp_type() != gp::FieldDescriptor::CPPTYPE_ENUM) continue;
-      const gp::EnumDescriptor* type = field->enum_type();
-      auto report = [&](int value, const FieldPath& where) {
-        if (type->FindValueByNumber(value) == nullptr)
-          findings.Add(where, std::to_string(value) + " is not a value of " + type->name());
-      };
-      if (field->is_repeated()) {
-        for (int i = 0; i < reflection->FieldSize(message, field); ++i)
-          report(reflection->GetRepeatedEnumValue(message, field, i), path.Element(field->name(), i));
-      } else {
-        report(reflection->GetEnumValue(message, field), path.Field(field->name()));
-      }
-    }
-  });
+  WalkMessages(context.config, kRoot,
+               [&](const gp::Message& message, const FieldPath& path,
+                   const std::vector<const gp::FieldDescriptor*>& fields) {
+                 const gp::Reflection* reflection = message.GetReflection();
+                 for (const gp::FieldDescriptor* field : fields) {
+                   if (field->cpp_type() != gp::FieldDescriptor::CPPTYPE_ENUM) continue;
+                   const gp::EnumDescriptor* type = field->enum_type();
+                   auto report = [&](int value, int index) {
+                     if (type->FindValueByNumber(value) != nullptr) return;
+                     findings.Add(index >= 0 ? path.Element(field->name(), index) : path.Field(field->name()),
+                                  std::to_string(value) + " is not a value of " + type->name());
+                   };
+                   if (field->is_repeated()) {
+                     for (int i = 0; i < reflection->FieldSize(message, field); ++i)
+                       report(reflection->GetRepeatedEnumValue(message, field, i), i);
+                   } else {
+                     report(reflection->GetEnumValue(message, field), -1);
+                   }
+                 }
+               });
 }
 
 void CheckDuplicateSequences(const CheckContext& context, Findings& findings) {
@@ -453,15 +454,17 @@ void CheckDuplicatePipelines(const CheckContext& context, Findings& findings) {
 }
 
 void CheckUnknownFields(const CheckContext& context, Findings& findings) {
-  WalkMessages(context.config, kRoot, [&](const gp::Message& message, const FieldPath& path) {
-    const gp::UnknownFieldSet& unknown = message.GetReflection()->GetUnknownFields(message);
-    if (unknown.empty()) return;
-    std::string numbers;
-    for (int i = 0; i < unknown.field_count(); ++i)
-      numbers += (i ? ", " : "") + std::to_string(unknown.field(i).number());
-    findings.Add(path,
-                 message.GetDescriptor()->name() + " carries fields the schema does not know: " + numbers);
-  });
+  WalkMessages(
+      context.config, kRoot,
+      [&](const gp::Message& message, const FieldPath& path, const std::vector<const gp::FieldDescriptor*>&) {
+        const gp::UnknownFieldSet& unknown = message.GetReflection()->GetUnknownFields(message);
+        if (unknown.empty()) return;
+        std::string numbers;
+        for (int i = 0; i < unknown.field_count(); ++i)
+          numbers += (i ? ", " : "") + std::to_string(unknown.field(i).number());
+        findings.Add(
+            path, message.GetDescriptor()->name() + " carries fields the schema does not know: " + numbers);
+      });
 }
 
 }  // namespace

@@ -20,6 +20,10 @@ class FieldPath {
   FieldPath Field(const std::string& name) const;
   FieldPath Element(const std::string& repeated_name, int index) const;
 
+  // In-place growth for walks that extend and shrink one path instead of copying it.
+  void Push(const std::string& field, int index = -1) { steps_.push_back({field, index}); }
+  void Pop() { steps_.pop_back(); }
+
   const std::vector<PathStep>& steps() const { return steps_; }
   bool empty() const { return steps_.empty(); }
   std::string ToString() const;

@@ -201,28 +201,30 @@ bool IsValidUtf8(const std::string& text) {
 // nothing compiled from them fails to parse on the device.
 bool CheckStringsAreUtf8(const LoadedConfig& loaded, std::vector<Diagnostic>* diagnostics) {
   bool ok = true;
-  WalkMessages(loaded.config, FieldPath(), [&](const gp::Message& message, const FieldPath& path) {
-    const gp::Reflection* reflection = message.GetReflection();
-    std::vector<const gp::FieldDescriptor*> fields;
-    reflection->ListFields(message, &fields);
-    for (const gp::FieldDescriptor* field : fields) {
-      if (field->type() != gp::FieldDescriptor::TYPE_STRING) continue;
-      const int count = field->is_repeated() ? reflection->FieldSize(message, field) : 1;
-      for (int i = 0; i < count; ++i) {
-        const std::string value = field->is_repeated() ? reflection->GetRepeatedString(message, field, i)
-                                                       : reflection->GetString(message, field);
-        if (IsValidUtf8(value)) continue;
-        const FieldPath where =
-            field->is_repeated() ? path.Element(field->name(), i) : path.Field(field->name());
-        const LoadedConfig::Location location = loaded.Locate(where);
-        Diagnostic d = LoadError(loaded.file, "string field '" + field->full_name() + "' holds invalid UTF-8",
-                                 location.line, location.column);
-        d.path = where.ToString();
-        diagnostics->push_back(d);
-        ok = false;
-      }
-    }
-  });
+  WalkMessages(loaded.config, FieldPath(),
+               [&](const gp::Message& message, const FieldPath& path,
+                   const std::vector<const gp::FieldDescriptor*>& fields) {
+                 const gp::Reflection* reflection = message.GetReflection();
+                 for (const gp::FieldDescriptor* field : fields) {
+                   if (field->type() != gp::FieldDescriptor::TYPE_STRING) continue;
+                   const int count = field->is_repeated() ? reflection->FieldSize(message, field) : 1;
+                   for (int i = 0; i < count; ++i) {
+                     const std::string value = field->is_repeated()
+                                                   ? reflection->GetRepeatedString(message, field, i)
+                                                   : reflection->GetString(message, field);
+                     if (IsValidUtf8(value)) continue;
+                     const FieldPath where =
+                         field->is_repeated() ? path.Element(field->name(), i) : path.Field(field->name());
+                     const LoadedConfig::Location location = loaded.Locate(where);
+                     Diagnostic d = LoadError(loaded.file,
+                                              "string field '" + field->full_name() + "' holds invalid UTF-8",
+                                              location.line, location.column);
+                     d.path = where.ToString();
+                     diagnostics->push_back(d);
+                     ok = false;
+                   }
+                 }
+               });
   return ok;
 }
 

@@ -1,26 +1,39 @@
 #include "walk.h"
 
-#include <vector>
-
 namespace pcfg {
 
 namespace gp = google::protobuf;
 
-void WalkMessages(const gp::Message& message, const FieldPath& path, const MessageVisitor& visit) {
-  visit(message, path);
+namespace {
+
+// One path grows and shrinks with the walk: copying it per message would dominate the cost.
+void Walk(const gp::Message& message, FieldPath& path, const MessageVisitor& visit) {
   const gp::Reflection* reflection = message.GetReflection();
   std::vector<const gp::FieldDescriptor*> fields;
   reflection->ListFields(message, &fields);
+  visit(message, path, fields);
   for (const gp::FieldDescriptor* field : fields) {
     if (field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE) continue;
     if (field->is_repeated()) {
-      for (int i = 0; i < reflection->FieldSize(message, field); ++i)
-        WalkMessages(reflection->GetRepeatedMessage(message, field, i), path.Element(field->name(), i),
-                     visit);
+      const int size = reflection->FieldSize(message, field);
+      for (int i = 0; i < size; ++i) {
+        path.Push(field->name(), i);
+        Walk(reflection->GetRepeatedMessage(message, field, i), path, visit);
+        path.Pop();
+      }
     } else {
-      WalkMessages(reflection->GetMessage(message, field), path.Field(field->name()), visit);
+      path.Push(field->name());
+      Walk(reflection->GetMessage(message, field), path, visit);
+      path.Pop();
     }
   }
+}
+
+}  // namespace
+
+void WalkMessages(const gp::Message& message, const FieldPath& path, const MessageVisitor& visit) {
+  FieldPath working = path;
+  Walk(message, working, visit);
 }
 
 }  // namespace pcfg

@@ -5,12 +5,17 @@
 #include <google/protobuf/message.h>
 
 #include <functional>
+#include <vector>
 
 #include "field_path.h"
 
 namespace pcfg {
 
-using MessageVisitor = std::function<void(const google::protobuf::Message&, const FieldPath&)>;
+// Receives each message with its path and the fields that are set in it (listed once per
+// message by the walk, which is most of a walk's cost).
+using MessageVisitor =
+    std::function<void(const google::protobuf::Message&, const FieldPath&,
+                       const std::vector<const google::protobuf::FieldDescriptor*>& set_fields)>;
 
 // Calls VISIT for MESSAGE and then for every sub-message that is set, depth first.
 void WalkMessages(const google::protobuf::Message& message, const FieldPath& path,
