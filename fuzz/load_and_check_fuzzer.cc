@@ -1,13 +1,18 @@
-// Feeds arbitrary bytes to the loader, the checks and the printers: whatever the input, pcfg
-// must answer with diagnostics, never a crash. The first byte picks the input format.
+// Feeds arbitrary bytes to the loader, the checks, the views and the printers: whatever the
+// input, pcfg must answer with diagnostics, never a crash. The first byte picks the input format.
 #include <cstddef>
 #include <cstdint>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "canonical_text.h"
 #include "checks.h"
+#include "diff.h"
+#include "graph.h"
 #include "loader.h"
 #include "output.h"
+#include "show.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
@@ -19,13 +24,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::vector<pcfg::Diagnostic> diagnostics;
   if (!pcfg::ParseConfig("fuzz", format, std::move(content), &loaded, &diagnostics)) return 0;
   pcfg::RunChecks(loaded, pcfg::CheckOptions());
+  std::ostringstream sink;
+  const pcfg::ShowFacts facts = pcfg::GatherShowFacts(loaded);
+  pcfg::PrintShowText(sink, facts);
+  pcfg::PrintShowJson(sink, facts);
+  (void)pcfg::GraphDot(loaded.config);
 
   // Whatever loaded must print in every form, and the binary form must load back the same.
   for (pcfg::Format out : formats) (void)pcfg::SerializeConfig(loaded.config, out);
   const std::string wire = pcfg::SerializeConfig(loaded.config, pcfg::Format::kBinary);
   pcfg::LoadedConfig again;
   if (!pcfg::ParseConfig("fuzz", pcfg::Format::kBinary, wire, &again, &diagnostics) ||
-      pcfg::SerializeConfig(again.config, pcfg::Format::kBinary) != wire)
+      pcfg::SerializeConfig(again.config, pcfg::Format::kBinary) != wire ||
+      !pcfg::DiffConfigs(loaded.config, again.config).empty())
     __builtin_trap();
   return 0;
 }
