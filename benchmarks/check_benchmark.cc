@@ -1,0 +1,81 @@
+// pcfg's everyday path on large configurations: loading each form, running every rule, and
+// ordering the bring-up. The rules use hash maps and one graph walk, so time grows linearly.
+#include <benchmark/benchmark.h>
+
+#include "bringup.h"
+#include "checks.h"
+#include "output.h"
+#include "synthetic_config.h"
+
+namespace {
+
+pcfg::LoadedConfig Loaded(int peripherals) {
+  pcfg::LoadedConfig loaded;
+  loaded.file = "synthetic";
+  loaded.config = pcfg::bench::MakeSyntheticConfig(peripherals, 1);
+  return loaded;
+}
+
+void BM_CheckAllRules(benchmark::State& state) {
+  const pcfg::LoadedConfig loaded = Loaded(static_cast<int>(state.range(0)));
+  size_t diagnostics = 0;
+  for (auto _ : state) {
+    const std::vector<pcfg::Diagnostic> found = pcfg::RunChecks(loaded, pcfg::CheckOptions());
+    diagnostics = found.size();
+    benchmark::DoNotOptimize(found.data());
+  }
+  state.SetComplexityN(state.range(0));
+  state.counters["diagnostics"] = static_cast<double>(diagnostics);
+  state.counters["wire_bytes"] = static_cast<double>(loaded.config.ByteSizeLong());
+}
+BENCHMARK(BM_CheckAllRules)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(30000)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity(benchmark::oN);
+
+// One rule at a time on 10,000 peripherals, to see which rule costs what.
+void BM_CheckOneRule(benchmark::State& state) {
+  const pcfg::LoadedConfig loaded = Loaded(10000);
+  const pcfg::Rule& rule = pcfg::Rules()[static_cast<size_t>(state.range(0))];
+  pcfg::CheckOptions options;
+  options.only = {rule.id};
+  for (auto _ : state) benchmark::DoNotOptimize(pcfg::RunChecks(loaded, options).size());
+  state.SetLabel(rule.id);
+}
+BENCHMARK(BM_CheckOneRule)->DenseRange(0, 16)->Unit(benchmark::kMillisecond);
+
+// Loading the same 10,000-peripheral configuration from each form (what `pcfg check` does first).
+void BM_Load(benchmark::State& state) {
+  const pcfg::Format format = static_cast<pcfg::Format>(state.range(0));
+  const std::string bytes = pcfg::SerializeConfig(pcfg::bench::MakeSyntheticConfig(10000, 1), format);
+  for (auto _ : state) {
+    pcfg::LoadedConfig loaded;
+    std::vector<pcfg::Diagnostic> diagnostics;
+    if (!pcfg::ParseConfig("synthetic", format, bytes, &loaded, &diagnostics))
+      state.SkipWithError("load failed");
+  }
+  state.SetLabel(pcfg::FormatName(format));
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes.size()));
+}
+BENCHMARK(BM_Load)
+    ->Arg(static_cast<int>(pcfg::Format::kBinary))
+    ->Arg(static_cast<int>(pcfg::Format::kText))
+    ->Arg(static_cast<int>(pcfg::Format::kJson))
+    ->Unit(benchmark::kMillisecond);
+
+void BM_BringUpOrder(benchmark::State& state) {
+  const pcfg::Config config = pcfg::bench::MakeSyntheticConfig(static_cast<int>(state.range(0)), 1);
+  for (auto _ : state) benchmark::DoNotOptimize(pcfg::TopologicalBringUp(config).order.size());
+  state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_BringUpOrder)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity(benchmark::oNLogN);
+
+}  // namespace
+
+BENCHMARK_MAIN();
