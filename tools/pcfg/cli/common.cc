@@ -6,8 +6,8 @@
 
 namespace pcfg::cli {
 
-void AddFromOption(CLI::App& command, std::string& from) {
-  command.add_option("--from", from, "input format: text, json or binary (default: by extension)")
+void AddFromOption(CLI::App& command, std::string& from, const std::string& name, const std::string& what) {
+  command.add_option(name, from, what + " format: text, json or binary (default: by extension)")
       ->check(CLI::IsMember({"text", "json", "binary"}));
 }
 

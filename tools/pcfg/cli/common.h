@@ -19,8 +19,9 @@ constexpr int kExitOk = 0;
 constexpr int kExitFindings = 1;
 constexpr int kExitTrouble = 2;
 
-// Adds --from (and the format names it accepts) to a command.
-void AddFromOption(CLI::App& command, std::string& from);
+// Adds an input-format option (--from unless NAME says otherwise) to a command.
+void AddFromOption(CLI::App& command, std::string& from, const std::string& name = "--from",
+                   const std::string& what = "input");
 // "" -> nullopt; otherwise the format named (the option's validator has vetted the name).
 std::optional<Format> OptionalFormat(const std::string& name);
 

@@ -31,13 +31,6 @@ int RunDiff(const DiffOptions& options) {
   return differences.empty() ? kExitOk : kExitFindings;
 }
 
-void AddSideFormatOption(CLI::App& command, const char* name, std::string& from, const char* side) {
-  command
-      .add_option(name, from,
-                  std::string("format of ") + side + ": text, json or binary (default: by extension)")
-      ->check(CLI::IsMember({"text", "json", "binary"}));
-}
-
 }  // namespace
 
 void AddDiffCommand(CLI::App& app, int& exit_status) {
@@ -52,8 +45,8 @@ void AddDiffCommand(CLI::App& app, int& exit_status) {
   command->add_option("A", options->a, "the old configuration (- for standard input, read as text)")
       ->required();
   command->add_option("B", options->b, "the new configuration")->required();
-  AddSideFormatOption(*command, "--from-a", options->from_a, "A");
-  AddSideFormatOption(*command, "--from-b", options->from_b, "B");
+  AddFromOption(*command, options->from_a, "--from-a", "A's");
+  AddFromOption(*command, options->from_b, "--from-b", "B's");
   command->callback([options, &exit_status] { exit_status = RunDiff(*options); });
 }
 

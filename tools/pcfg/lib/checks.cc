@@ -5,6 +5,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "enum_names.h"
 #include "walk.h"
 
 namespace pcfg {
@@ -47,11 +48,6 @@ namespace {
 const FieldPath kRoot;
 
 std::string Quote(const std::string& text) { return "\"" + text + "\""; }
-
-std::string EnumName(const gp::EnumDescriptor* type, int number) {
-  const gp::EnumValueDescriptor* value = type->FindValueByNumber(number);
-  return value ? value->name() : std::to_string(number);
-}
 
 std::string PeripheralTypeName(int type) { return EnumName(models::PeripheralType_descriptor(), type); }
 

@@ -8,6 +8,7 @@
 #include <unordered_map>
 
 #include "bringup.h"
+#include "enum_names.h"
 #include "includes/enums.pb.h"
 
 namespace pcfg {
@@ -15,12 +16,6 @@ namespace {
 
 namespace models = Talvo::Peripherals::Config::Models;
 namespace gp = google::protobuf;
-
-// The canonical (first declared) name of NUMBER, or the number itself when undeclared.
-std::string EnumName(const gp::EnumDescriptor* type, int number) {
-  const gp::EnumValueDescriptor* value = type->FindValueByNumber(number);
-  return value ? value->name() : std::to_string(number);
-}
 
 std::vector<std::string> Ids(const gp::RepeatedPtrField<std::string>& ids) {
   return std::vector<std::string>(ids.begin(), ids.end());
