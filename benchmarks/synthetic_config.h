@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "loader.h"
+#include "config.h"
 
 namespace pcfg::bench {
 

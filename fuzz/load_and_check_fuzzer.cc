@@ -11,7 +11,7 @@
 #include "diff.h"
 #include "graph.h"
 #include "loader.h"
-#include "output.h"
+#include "serialize.h"
 #include "show.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -25,18 +25,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (!pcfg::ParseConfig("fuzz", format, std::move(content), &loaded, &diagnostics)) return 0;
   pcfg::RunChecks(loaded, pcfg::CheckOptions());
   std::ostringstream sink;
-  const pcfg::ShowFacts facts = pcfg::GatherShowFacts(loaded);
+  const pcfg::ConfigIndex index(loaded.config);
+  const pcfg::ShowFacts facts = pcfg::GatherShowFacts(loaded.file, index);
   pcfg::PrintShowText(sink, facts);
   pcfg::PrintShowJson(sink, facts);
-  (void)pcfg::GraphDot(loaded.config);
+  (void)pcfg::GraphDot(index);
 
   // Whatever loaded must print in every form, and the binary form must load back the same.
-  for (pcfg::Format out : formats) (void)pcfg::SerializeConfig(loaded.config, out);
-  const std::string wire = pcfg::SerializeConfig(loaded.config, pcfg::Format::kBinary);
+  std::string printed, error;
+  for (pcfg::Format out : formats) (void)pcfg::SerializeConfig(loaded.config, out, &printed, &error);
+  std::string wire, again_wire;
+  pcfg::SerializeConfig(loaded.config, pcfg::Format::kBinary, &wire, &error);
   pcfg::LoadedConfig again;
   if (!pcfg::ParseConfig("fuzz", pcfg::Format::kBinary, wire, &again, &diagnostics) ||
-      pcfg::SerializeConfig(again.config, pcfg::Format::kBinary) != wire ||
-      !pcfg::DiffConfigs(loaded.config, again.config).empty())
+      !pcfg::SerializeConfig(again.config, pcfg::Format::kBinary, &again_wire, &error) ||
+      again_wire != wire || !pcfg::DiffConfigs(loaded.config, again.config).empty())
     __builtin_trap();
   return 0;
 }

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "pcfg_test_support.h"
+#include "test_support.h"
 
 namespace {
 
@@ -17,10 +18,19 @@ std::vector<Diagnostic> Check(const std::string& text, const pcfg::CheckOptions&
   return pcfg::RunChecks(pcfg_test::ParseText(text), options);
 }
 
+// Rules that reported findings (notes say how the run went, not what is wrong).
 std::set<std::string> RulesFired(const std::vector<Diagnostic>& diagnostics) {
   std::set<std::string> rules;
-  for (const Diagnostic& d : diagnostics) rules.insert(d.rule);
+  for (const Diagnostic& d : diagnostics)
+    if (d.severity != pcfg::Severity::kNote) rules.insert(d.rule);
   return rules;
+}
+
+std::vector<Diagnostic> Notes(const std::vector<Diagnostic>& diagnostics) {
+  std::vector<Diagnostic> notes;
+  for (const Diagnostic& d : diagnostics)
+    if (d.severity == pcfg::Severity::kNote) notes.push_back(d);
+  return notes;
 }
 
 struct RuleCase {
@@ -110,24 +120,103 @@ TEST(Rules, EachRuleFiresOnItsFixtureAndNotOnItsTwin) {
 TEST(Rules, TableIsCompleteAndSeveritiesAreTheInterface) {
   std::set<std::string> covered;
   for (const RuleCase& c : kRuleCases) covered.insert(c.rule);
-  covered.insert("unknown-field");  // needs binary input: covered by the decode tests
+  // These read binary input: covered below and by the decode tests.
+  covered.insert({"unknown-field", "device-wire"});
   std::set<std::string> listed;
-  for (const pcfg::Rule& rule : pcfg::Rules()) listed.insert(rule.id);
+  for (const pcfg::Rule& rule : pcfg::Rules()) {
+    listed.insert(rule.id);
+    for (const char* prerequisite : rule.prerequisites)
+      EXPECT_LT(pcfg::FindRule(prerequisite), &rule) << rule.id << " must run after " << prerequisite;
+  }
   EXPECT_EQ(covered, listed);
   EXPECT_EQ(pcfg::FindRule("dependency-cycle")->severity, pcfg::Severity::kError);
   EXPECT_EQ(pcfg::FindRule("membership-mismatch")->severity, pcfg::Severity::kWarning);
   EXPECT_EQ(pcfg::FindRule("no-such-rule"), nullptr);
 }
 
-TEST(Rules, CycleListsItsIdsInOrder) {
+TEST(Rules, RulesThatNeedResolvedReferencesSaySoWhenSkipped) {
+  // cam names a set that is not registered: the membership and kind rules cannot judge it.
   const auto diagnostics = Check(R"(
-    peripherals { id: "a" dependencies { peripheral_id: "b" } }
-    peripherals { id: "b" dependencies { peripheral_id: "c" } }
-    peripherals { id: "c" dependencies { peripheral_id: "a" } }
-    peripherals { id: "d" dependencies { peripheral_id: "a" } })");
-  ASSERT_EQ(diagnostics.size(), 1u);
-  EXPECT_NE(diagnostics[0].message.find("a -> b -> c -> a"), std::string::npos) << diagnostics[0].message;
-  EXPECT_EQ(diagnostics[0].path, "peripherals[2].dependencies[0].peripheral_id");
+    peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
+    physical_cameras { peripheral_id: "cam" cadmor {} cameraset_peripheral_ids: "ghost" })");
+  EXPECT_EQ(RulesFired(diagnostics), std::set<std::string>{"dangling-reference"});
+  std::set<std::string> skipped;
+  for (const Diagnostic& d : Notes(diagnostics)) {
+    EXPECT_NE(d.message.find("skipped"), std::string::npos) << d.message;
+    EXPECT_NE(d.message.find("dangling-reference"), std::string::npos) << d.message;
+    skipped.insert(d.rule);
+  }
+  EXPECT_EQ(skipped, (std::set<std::string>{"reference-kind", "membership-mismatch"}));
+  // With the prerequisite switched off, they run.
+  pcfg::CheckOptions without;
+  without.disabled = {"dangling-reference"};
+  EXPECT_TRUE(Notes(Check(R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
+    physical_cameras { peripheral_id: "cam" cadmor {} cameraset_peripheral_ids: "ghost" })",
+                          without))
+                  .empty());
+}
+
+TEST(Rules, CyclesAreReportedOncePerGroupOfMutualDependencies) {
+  struct Row {
+    const char* what;
+    std::string registry;
+    std::vector<std::string> paths;
+    const char* fragment;
+  };
+  auto chain_back_to_first = [](int count) {
+    // p0 -> p1 -> ... -> p(n-1), and each also depends on p0: one group, many cycles.
+    std::string text;
+    for (int i = 0; i < count; ++i) {
+      text += "peripherals { id: \"p" + std::to_string(i) + "\"";
+      if (i + 1 < count) text += " dependencies { peripheral_id: \"p" + std::to_string(i + 1) + "\" }";
+      if (i > 0) text += " dependencies { peripheral_id: \"p0\" }";
+      text += " }\n";
+    }
+    return text;
+  };
+  auto ring = [](int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i)
+      text += "peripherals { id: \"r" + std::to_string(i) + "\" dependencies { peripheral_id: \"r" +
+              std::to_string((i + 1) % count) + "\" } }\n";
+    return text;
+  };
+  const Row rows[] = {
+      {"three in a ring, and one hanging off it",
+       R"(peripherals { id: "a" dependencies { peripheral_id: "b" } }
+          peripherals { id: "b" dependencies { peripheral_id: "c" } }
+          peripherals { id: "c" dependencies { peripheral_id: "a" } }
+          peripherals { id: "d" dependencies { peripheral_id: "a" } })",
+       {"peripherals[2].dependencies[0].peripheral_id"},
+       "dependency cycle: a -> b -> c -> a"},
+      {"self-dependency",
+       R"(peripherals { id: "solo" dependencies { peripheral_id: "solo" } })",
+       {"peripherals[0].dependencies[0].peripheral_id"},
+       "solo -> solo"},
+      {"two separate groups",
+       ring(2) + R"(peripherals { id: "x" dependencies { peripheral_id: "x" } })",
+       {"peripherals[1].dependencies[0].peripheral_id", "peripherals[2].dependencies[0].peripheral_id"},
+       "r0 -> r1 -> r0"},
+      {"10,000 in a chain back to the first: one finding, the shortest cycle",
+       chain_back_to_first(10000),
+       {"peripherals[1].dependencies[1].peripheral_id"},
+       "p0 -> p1 -> p0 (one cycle among 10000 peripherals"},
+      {"a long ring is named by its ends",
+       ring(500),
+       {"peripherals[499].dependencies[0].peripheral_id"},
+       "r0 -> r1 -> r2 -> r3 -> r4 -> r5 -> r6 -> r7 -> ... (489 more) -> r497 -> r498 -> r499 -> r0"},
+  };
+  pcfg::CheckOptions cycles_only;
+  cycles_only.only = {"dependency-cycle"};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    const auto diagnostics = Check(row.registry, cycles_only);
+    std::vector<std::string> paths;
+    for (const Diagnostic& d : diagnostics) paths.push_back(d.path);
+    EXPECT_EQ(paths, row.paths);
+    ASSERT_FALSE(diagnostics.empty());
+    EXPECT_NE(diagnostics[0].message.find(row.fragment), std::string::npos) << diagnostics[0].message;
+  }
 }
 
 TEST(Rules, MembershipMismatchFromBothSidesAndByCadmorNumber) {
@@ -146,6 +235,90 @@ TEST(Rules, MembershipMismatchFromBothSidesAndByCadmorNumber) {
   EXPECT_EQ(paths, (std::set<std::string>{"camera_sets[0].camera_peripheral_ids[0]",
                                           "physical_cameras[0].cadmor_camera_set_id",
                                           "physical_cameras[0].cameraset_peripheral_ids[0]"}));
+}
+
+TEST(Rules, FindingsAreCappedPerRuleWithACount) {
+  std::string registry;
+  for (int i = 0; i < 150; ++i) registry += "peripherals { id: \"same\" type: PERIPHERAL_TYPE_IMU }\n";
+  pcfg::CheckOptions options;
+  options.only = {"duplicate-id"};
+  const auto capped = Check(registry, options);
+  ASSERT_EQ(capped.size(), 101u);
+  EXPECT_EQ(capped.back().severity, pcfg::Severity::kNote);
+  EXPECT_NE(capped.back().message.find("49 more finding(s)"), std::string::npos) << capped.back().message;
+  options.max_per_rule = 0;
+  EXPECT_EQ(Check(registry, options).size(), 149u);
+}
+
+TEST(Rules, OptionsPairingSurvivesTypesAtTheEndOfTheRange) {
+  for (const char* type : {"2147483647", "2147483638", "-2147483648", "-9"}) {
+    const auto diagnostics = Check(std::string("system_options { type: ") + type + " options_qc_camx {} }");
+    EXPECT_EQ(RulesFired(diagnostics), (std::set<std::string>{"options-pairing", "undeclared-enum"})) << type;
+  }
+}
+
+// Length-delimited FIELD holding BODY.
+std::string Wrap(int field, const std::string& body) {
+  std::string out;
+  for (uint32_t v = static_cast<uint32_t>(field) << 3 | 2;; v >>= 7) {
+    if (v < 0x80) {
+      out += static_cast<char>(v);
+      break;
+    }
+    out += static_cast<char>((v & 0x7F) | 0x80);
+  }
+  out += static_cast<char>(body.size());  // bodies here stay below 128 bytes
+  return out + body;
+}
+
+// A configuration whose one register setting holds REGISTER_DATA as raw wire bytes.
+std::string WithRegisterData(const std::string& register_data) {
+  // physical_cameras(20).camx(40).sensor_driver_data(120).stream_on_settings(120).reg_settings(1)
+  return Wrap(20, Wrap(40, Wrap(120, Wrap(120, Wrap(1, register_data)))));
+}
+
+TEST(Rules, DeviceWireFindsMixedFormsTheDeviceReadsOutOfStep) {
+  struct Row {
+    const char* what;
+    std::string register_data;
+    const char* path;  // empty: no finding
+  };
+  const Row rows[] = {
+      {"unpacked element, then the packed tag", pctest::Bytes("18 01 1A 02 02 03 18 04"),
+       "physical_cameras[0].camx.sensor_driver_data.stream_on_settings.reg_settings[0].register_data[0]"},
+      {"packed only", pctest::Bytes("1A 04 01 02 03 04"), ""},
+      {"unpacked only", pctest::Bytes("18 01 18 02 18 03"), ""},
+      {"packed, then unpacked", pctest::Bytes("1A 02 01 02 18 03"), ""},
+      // After four elements the device's list is full, so it reads the packed tag as a tag.
+      {"the list full when the packed tag comes", pctest::Bytes("1A 03 01 02 03 18 04 1A 01 05"), ""},
+      {"another field between", pctest::Bytes("18 01 08 01 1A 01 02"), ""},
+  };
+  pcfg::CheckOptions device_only;
+  device_only.only = {"device-wire"};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    pcfg::LoadedConfig loaded;
+    std::vector<Diagnostic> load;
+    ASSERT_TRUE(pcfg::ParseConfig("mixed.binpb", pcfg::Format::kBinary, WithRegisterData(row.register_data),
+                                  &loaded, &load));
+    const auto diagnostics = pcfg::RunChecks(loaded, device_only);
+    if (*row.path == 0) {
+      EXPECT_TRUE(diagnostics.empty()) << pcfg::FormatDiagnostic(diagnostics[0]);
+      continue;
+    }
+    ASSERT_EQ(diagnostics.size(), 1u);
+    EXPECT_EQ(diagnostics[0].path, row.path);
+    EXPECT_EQ(diagnostics[0].severity, pcfg::Severity::kError);
+    EXPECT_NE(diagnostics[0].message.find("packed tag at byte 16"), std::string::npos)
+        << diagnostics[0].message;
+    EXPECT_NE(diagnostics[0].message.find("protobuf 3.9.1"), std::string::npos) << diagnostics[0].message;
+    // What pcfg writes from it is packed, and reads the same everywhere.
+    pcfg::LoadedConfig again;
+    ASSERT_TRUE(pcfg::ParseConfig("again.binpb", pcfg::Format::kBinary,
+                                  pcfg_test::Serialized(loaded.config, pcfg::Format::kBinary), &again,
+                                  &load));
+    EXPECT_TRUE(pcfg::RunChecks(again, device_only).empty());
+  }
 }
 
 TEST(Rules, HexSyntax) {
@@ -174,14 +347,24 @@ TEST(Diagnostics, PointAtLineAndColumnOfTextInput) {
 }
 
 TEST(Diagnostics, WerrorDisableAndOnly) {
-  const char* text = R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA })";
+  // One warning (missing-entry) and one error (dangling-reference).
+  const char* text =
+      R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA dependencies { peripheral_id: "x" } })";
+  EXPECT_EQ(RulesFired(Check(text)), (std::set<std::string>{"missing-entry", "dangling-reference"}));
   pcfg::CheckOptions werror;
   werror.werror = true;
-  ASSERT_EQ(Check(text, werror).size(), 1u);
-  EXPECT_EQ(Check(text, werror)[0].severity, pcfg::Severity::kError);
+  for (const Diagnostic& d : Check(text, werror)) {
+    if (d.severity == pcfg::Severity::kNote) continue;
+    EXPECT_EQ(d.severity, pcfg::Severity::kError) << d.rule;
+  }
   pcfg::CheckOptions disabled;
   disabled.disabled = {"missing-entry"};
-  EXPECT_TRUE(Check(text, disabled).empty());
+  EXPECT_EQ(RulesFired(Check(text, disabled)), std::set<std::string>{"dangling-reference"});
+  pcfg::CheckOptions only;
+  only.only = {"missing-entry"};
+  EXPECT_EQ(RulesFired(Check(text, only)), std::set<std::string>{"missing-entry"});
+  only.disabled = {"missing-entry"};
+  EXPECT_TRUE(Check(text, only).empty()) << "--disable wins over --only";
 }
 
 }  // namespace

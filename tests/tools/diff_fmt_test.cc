@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "diff.h"
-#include "output.h"
 #include "pcfg_test_support.h"
 
 namespace {
@@ -200,19 +199,15 @@ TEST(DiffFmt, HelpGivesExitStatusesAndAnExample) {
   }
 }
 
-std::string Scratch(const std::string& name) { return pcfg_test::ScratchDir() + "/" + name; }
-
-std::string Written(const std::string& name, const std::string& content) {
-  WriteFile(Scratch(name), content);
-  return Scratch(name);
-}
+using pcfg_test::Scratch;
+using pcfg_test::Written;
 
 TEST(Diff, ExitStatusesAcrossForms) {
   const std::string text = Written("base.txtpb", kBase);
   const std::string binary =
-      Written("base.binpb", pcfg::SerializeConfig(ParseText(kBase).config, pcfg::Format::kBinary));
+      Written("base.binpb", pcfg_test::Serialized(ParseText(kBase).config, pcfg::Format::kBinary));
   const std::string json =
-      Written("base.json", pcfg::SerializeConfig(ParseText(kBase).config, pcfg::Format::kJson));
+      Written("base.json", pcfg_test::Serialized(ParseText(kBase).config, pcfg::Format::kJson));
   const std::string odd_name = Written("base.data", ReadFile(text));
   const std::string changed = Written("changed.txtpb", Edited("\"og0va1b\"", "\"og01a1b\""));
   struct Row {
@@ -261,13 +256,13 @@ TEST(Fmt, PrintsTheCanonicalFormIdempotently) {
 
   // The same configuration in the other forms prints the same text.
   const pcfg::Config config = ParseText(kMessy).config;
-  const std::string binary = Written("messy.binpb", pcfg::SerializeConfig(config, pcfg::Format::kBinary));
+  const std::string binary = Written("messy.binpb", pcfg_test::Serialized(config, pcfg::Format::kBinary));
   EXPECT_EQ(Pcfg({"fmt", binary}).out, first.out);
   EXPECT_EQ(Pcfg({"fmt", "-"}, kMessy).out, first.out);
 }
 
 TEST(Fmt, CheckListsFilesNotFormatted) {
-  const std::string canonical = pcfg::SerializeConfig(ParseText(kBase).config, pcfg::Format::kText);
+  const std::string canonical = pcfg_test::Serialized(ParseText(kBase).config, pcfg::Format::kText);
   const std::string clean = Written("clean.txtpb", canonical);
   const std::string messy = Written("check-messy.txtpb", kMessy);
   const std::string commented = Written("commented.txtpb", canonical + "# trailing note\n");

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "loader.h"
+#include "serialize.h"
 
 namespace pcfg_test {
 
@@ -21,6 +22,13 @@ inline pcfg::LoadedConfig ParseText(const std::string& text) {
     throw std::runtime_error("fixture does not parse: " +
                              (diagnostics.empty() ? "" : diagnostics[0].message));
   return loaded;
+}
+
+// CONFIG in FORMAT, which for a configuration that parsed cannot fail.
+inline std::string Serialized(const pcfg::Config& config, pcfg::Format format) {
+  std::string bytes, error;
+  if (!pcfg::SerializeConfig(config, format, &bytes, &error)) throw std::runtime_error(error);
+  return bytes;
 }
 
 inline std::string ReadFile(const std::string& path) {
@@ -50,26 +58,41 @@ inline std::string ScratchDir() {
   return dir;
 }
 
+// NAME inside the scratch directory, and a file written there with CONTENT.
+inline std::string Scratch(const std::string& name) { return ScratchDir() + "/" + name; }
+inline std::string Written(const std::string& name, const std::string& content) {
+  WriteFile(Scratch(name), content);
+  return Scratch(name);
+}
+
 inline std::string Quote(const std::string& argument) {
   std::string quoted = "'";
   for (char c : argument) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
   return quoted + "'";
 }
 
-// Runs pcfg with ARGS (and STDIN_TEXT on its standard input).
-inline Run Pcfg(const std::vector<std::string>& args, const std::string& stdin_text = "") {
-  const std::string dir = ScratchDir();
-  const std::string in = dir + "/stdin", out = dir + "/stdout", err = dir + "/stderr";
-  WriteFile(in, stdin_text);
+// The shell words that run pcfg with ARGS.
+inline std::string PcfgCommandLine(const std::vector<std::string>& args) {
   std::string command = Quote(PCFG_BINARY);
   for (const std::string& arg : args) command += " " + Quote(arg);
-  command += " <" + Quote(in) + " >" + Quote(out) + " 2>" + Quote(err);
-  const int raw = std::system(command.c_str());
+  return command;
+}
+
+// Runs a shell COMMAND (which may redirect its own standard input) and collects its exit status
+// (-1 when a signal ended it) and both output streams.
+inline Run Shell(const std::string& command) {
+  const std::string out = Scratch("stdout"), err = Scratch("stderr");
+  const int raw = std::system(("{ " + command + "; } >" + Quote(out) + " 2>" + Quote(err)).c_str());
   Run run;
   run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
   run.out = ReadFile(out);
   run.err = ReadFile(err);
   return run;
+}
+
+// Runs pcfg with ARGS and STDIN_TEXT on its standard input.
+inline Run Pcfg(const std::vector<std::string>& args, const std::string& stdin_text = "") {
+  return Shell(PcfgCommandLine(args) + " <" + Quote(Written("stdin", stdin_text)));
 }
 
 inline std::string ExamplePath(const std::string& name) {

@@ -21,12 +21,8 @@ using pcfg_test::Pcfg;
 using pcfg_test::ReadFile;
 using pcfg_test::WriteFile;
 
-std::string Scratch(const std::string& name) { return pcfg_test::ScratchDir() + "/" + name; }
-
-std::string Written(const std::string& name, const std::string& content) {
-  WriteFile(Scratch(name), content);
-  return Scratch(name);
-}
+using pcfg_test::Scratch;
+using pcfg_test::Written;
 
 bool DotOnPath() { return std::system("command -v dot >/dev/null 2>&1") == 0; }
 
@@ -81,9 +77,10 @@ TEST(BringUp, DependenciesFirstThenRegistryOrder) {
   };
   for (const Row& row : rows) {
     const pcfg::LoadedConfig loaded = pcfg_test::ParseText(Registry(row.registry));
-    const pcfg::BringUpOrder order = pcfg::TopologicalBringUp(loaded.config);
+    const pcfg::ConfigIndex index(loaded.config);
+    const pcfg::BringUpOrder order = pcfg::TopologicalBringUp(pcfg::DependencyGraph(index));
     EXPECT_EQ(Ids(loaded.config, order.order), row.order) << row.what;
-    EXPECT_EQ(order.left_out, row.left_out) << row.what;
+    EXPECT_EQ(Ids(loaded.config, order.left_out), row.left_out) << row.what;
     EXPECT_EQ(order.complete(), row.left_out.empty()) << row.what;
   }
 }

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "common.h"
+#include "sarif.h"
 
 namespace pcfg::cli {
 namespace {
@@ -13,7 +14,7 @@ namespace {
 struct CheckCommandOptions {
   std::vector<std::string> inputs;
   std::string format = "text";
-  std::string from;
+  InputOptions in;
   bool list = false;
   RuleSelection rules;
 };
@@ -21,9 +22,14 @@ struct CheckCommandOptions {
 void ListRules() {
   size_t width = 0;
   for (const Rule& rule : Rules()) width = std::max(width, std::strlen(rule.id));
-  for (const Rule& rule : Rules())
+  for (const Rule& rule : Rules()) {
     std::cout << std::left << std::setw(static_cast<int>(width) + 2) << rule.id << std::setw(9)
-              << SeverityName(rule.severity) << rule.description << '\n';
+              << SeverityName(rule.severity) << rule.description;
+    for (size_t i = 0; i < rule.prerequisites.size(); ++i)
+      std::cout << (i == 0 ? " (after " : ", ") << rule.prerequisites[i]
+                << (i + 1 == rule.prerequisites.size() ? ")" : "");
+    std::cout << '\n';
+  }
 }
 
 int RunCheck(const CheckCommandOptions& options) {
@@ -40,7 +46,7 @@ int RunCheck(const CheckCommandOptions& options) {
   for (const std::string& input : options.inputs) {
     LoadedConfig loaded;
     std::vector<Diagnostic> diagnostics;
-    if (!LoadConfig(input, OptionalFormat(options.from), &loaded, &diagnostics, Format::kText)) {
+    if (!LoadConfig(input, options.in.ToLoadOptions(Format::kText), &loaded, &diagnostics)) {
       trouble = true;
     } else {
       std::vector<Diagnostic> found = RunChecks(loaded, options.rules.ToOptions());
@@ -48,12 +54,13 @@ int RunCheck(const CheckCommandOptions& options) {
     }
     if (options.format == "text") {
       PrintDiagnostics(std::cout, diagnostics);
-      std::cerr << loaded.file << ": " << CountSeverity(diagnostics, Severity::kError) << " error(s), "
+      std::cerr << DisplayName(input) << ": " << CountSeverity(diagnostics, Severity::kError) << " error(s), "
                 << CountSeverity(diagnostics, Severity::kWarning) << " warning(s)\n";
     }
     all.insert(all.end(), diagnostics.begin(), diagnostics.end());
   }
   if (options.format == "json") PrintDiagnosticsJson(std::cout, all);
+  if (options.format == "sarif") PrintDiagnosticsSarif(std::cout, all);
   if (trouble) return kExitTrouble;
   return CountSeverity(all, Severity::kError) > 0 ? kExitFindings : kExitOk;
 }
@@ -64,14 +71,16 @@ void AddCheckCommand(CLI::App& app, int& exit_status) {
   auto options = std::make_shared<CheckCommandOptions>();
   CLI::App* command = app.add_subcommand("check", "Check configurations for what the schema cannot enforce");
   command->footer(
+      "A rule whose findings depend on another rule is skipped, with a note, when that rule finds\n"
+      "problems. --format sarif writes SARIF 2.1.0 for code-review systems.\n"
       "Exit status: 0 no errors (warnings allowed), 1 errors found (or warnings under --werror),\n"
       "2 unreadable or unparsable input.\n"
       "Example: pcfg check examples/headset.txtpb --disable no-driver");
   command->add_option("IN", options->inputs, "configuration files (- for standard input, read as text)");
-  command->add_option("--format", options->format, "diagnostics as text or json")
-      ->check(CLI::IsMember({"text", "json"}));
+  command->add_option("--format", options->format, "diagnostics as text, json or sarif")
+      ->check(CLI::IsMember({"text", "json", "sarif"}));
   command->add_flag("--list", options->list, "list the rules and exit");
-  AddFromOption(*command, options->from);
+  AddInputOptions(*command, options->in);
   AddRuleOptions(*command, options->rules);
   command->callback([options, &exit_status] { exit_status = RunCheck(*options); });
 }

@@ -2,24 +2,47 @@
 
 #include <iostream>
 
-#include "output.h"
-
 namespace pcfg::cli {
 
-void AddFromOption(CLI::App& command, std::string& from, const std::string& name, const std::string& what) {
-  command.add_option(name, from, what + " format: text, json or binary (default: by extension)")
-      ->check(CLI::IsMember({"text", "json", "binary"}));
+void AddFormatOption(CLI::App& command, std::optional<Format>& format, const std::string& name,
+                     const std::string& help) {
+  command.add_option(name, format, help)
+      ->transform(CLI::CheckedTransformer(FormatNames(), CLI::ignore_case))
+      ->option_text("text|json|binary");
 }
 
-std::optional<Format> OptionalFormat(const std::string& name) {
-  if (name.empty()) return std::nullopt;
-  return ParseFormatName(name);
+LoadOptions InputOptions::ToLoadOptions(Format stdin_format) const {
+  LoadOptions options;
+  options.format = from;
+  options.stdin_format = stdin_format;
+  options.max_bytes = max_bytes;
+  return options;
 }
 
-bool LoadOrReport(const std::string& path, const std::string& from, LoadedConfig* loaded,
-                  Format stdin_format) {
+void AddSizeLimitOption(CLI::App& command, uint64_t& max_bytes) {
+  command
+      .add_option_function<std::string>(
+          "--max-input-size",
+          [&max_bytes](const std::string& text) {
+            // protobuf's parsers take at most 2 GiB.
+            if (!ParseByteSize(text, &max_bytes) || max_bytes > (2ull << 30) - 1)
+              throw CLI::ValidationError("--max-input-size",
+                                         "expected a size below 2G such as 256M, not " + text);
+          },
+          "refuse inputs larger than this (default 64M; K, M and G suffixes)")
+      ->option_text("SIZE");
+}
+
+void AddInputOptions(CLI::App& command, InputOptions& options, const std::string& from_name,
+                     const std::string& whose) {
+  AddFormatOption(command, options.from, from_name,
+                  whose + " format: text, json or binary, or an alias such as txtpb (default: by extension)");
+  AddSizeLimitOption(command, options.max_bytes);
+}
+
+bool LoadOrReport(const std::string& path, const LoadOptions& options, LoadedConfig* loaded) {
   std::vector<Diagnostic> diagnostics;
-  const bool ok = LoadConfig(path, OptionalFormat(from), loaded, &diagnostics, stdin_format);
+  const bool ok = LoadConfig(path, options, loaded, &diagnostics);
   PrintDiagnostics(std::cerr, diagnostics);
   return ok;
 }
@@ -28,25 +51,59 @@ CheckOptions RuleSelection::ToOptions() const {
   CheckOptions options;
   options.werror = werror;
   options.disabled.insert(disabled.begin(), disabled.end());
+  options.only.insert(only.begin(), only.end());
+  options.max_per_rule = max_per_rule;
   return options;
 }
 
 void AddRuleOptions(CLI::App& command, RuleSelection& selection) {
+  auto known_rule = [](const std::string& id) {
+    return FindRule(id) ? std::string() : "unknown rule '" + id + "' (see pcfg check --list)";
+  };
   command.add_flag("--werror", selection.werror, "treat warnings as errors");
   command
       .add_option("--disable", selection.disabled, "rules to skip (comma-separated; see pcfg check --list)")
       ->delimiter(',')
       ->allow_extra_args(false)
-      ->check([](const std::string& id) {
-        return FindRule(id) ? std::string() : "unknown rule '" + id + "' (see pcfg check --list)";
-      });
+      ->check(known_rule);
+  command.add_option("--only", selection.only, "run just these rules (comma-separated)")
+      ->delimiter(',')
+      ->allow_extra_args(false)
+      ->check(known_rule);
+  command
+      .add_option("--max-diagnostics", selection.max_per_rule,
+                  "show at most N findings of each rule, then how many more there are (0: all; default 100)")
+      ->option_text("N");
 }
 
-bool WriteOrReport(const std::string& path, const std::string& bytes) {
+void AddForceOption(CLI::App& command, OutputPolicy& policy) {
+  command.add_flag("--force", policy.replace_read_only, "replace an output file even when it is read-only");
+}
+
+bool WriteOrReport(const std::string& path, std::string_view bytes, const OutputPolicy& policy) {
   std::string error;
-  if (WriteFileAtomically(path, bytes, &error)) return true;
-  std::cerr << path << ": error: " << error << " (nothing written)\n";
+  if (WriteOutput(path, bytes, policy, &error)) return true;
+  std::cerr << (path == "-" ? "<stdout>" : path) << ": error: " << error << " (nothing written)\n";
   return false;
+}
+
+bool SettleUnknownFields(LoadedConfig& loaded, bool drop) {
+  std::vector<Diagnostic> unknown = FindUnknownFields(loaded);
+  if (unknown.empty()) return true;
+  for (Diagnostic& d : unknown) {
+    if (d.severity == Severity::kNote) continue;
+    d.severity = drop ? Severity::kWarning : Severity::kError;
+    d.message += drop ? " (left out: --drop-unknown)"
+                      : " (neither text nor JSON can carry them back; --drop-unknown leaves them out)";
+  }
+  PrintDiagnostics(std::cerr, unknown);
+  if (!drop) return false;
+  loaded.config.DiscardUnknownFields();
+  return true;
+}
+
+void AddDropUnknownOption(CLI::App& command, bool& drop) {
+  command.add_flag("--drop-unknown", drop, "leave out fields the schema does not know, instead of refusing");
 }
 
 }  // namespace pcfg::cli

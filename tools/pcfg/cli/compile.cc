@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "common.h"
-#include "output.h"
+#include "serialize.h"
 
 namespace pcfg::cli {
 namespace {
@@ -11,23 +11,15 @@ namespace {
 struct CompileOptions {
   std::string input;
   std::string output;
-  std::string from;
+  InputOptions in;
   bool no_check = false;
   RuleSelection rules;
+  OutputPolicy policy;
 };
 
-// cameras.txtpb -> cameras.binpb; standard input goes to standard output.
-std::string DefaultOutput(const std::string& input) {
-  if (input == "-") return "-";
-  const size_t slash = input.find_last_of('/');
-  const size_t dot = input.find_last_of('.');
-  const bool has_extension = dot != std::string::npos && (slash == std::string::npos || dot > slash);
-  return (has_extension ? input.substr(0, dot) : input) + ".binpb";
-}
-
-int RunCompile(const CompileOptions& options) {
+int RunCompile(CompileOptions& options) {
   LoadedConfig loaded;
-  if (!LoadOrReport(options.input, options.from, &loaded, Format::kText)) return kExitTrouble;
+  if (!LoadOrReport(options.input, options.in.ToLoadOptions(Format::kText), &loaded)) return kExitTrouble;
   if (!options.no_check) {
     const std::vector<Diagnostic> diagnostics = RunChecks(loaded, options.rules.ToOptions());
     PrintDiagnostics(std::cerr, diagnostics);
@@ -37,9 +29,17 @@ int RunCompile(const CompileOptions& options) {
       return kExitFindings;
     }
   }
-  const std::string output = options.output.empty() ? DefaultOutput(options.input) : options.output;
-  const std::string bytes = SerializeConfig(loaded.config, Format::kBinary);
-  if (!WriteOrReport(output, bytes)) return kExitTrouble;
+  // cameras.txtpb -> cameras.binpb; standard input goes to standard output.
+  const std::string output = !options.output.empty() ? options.output
+                             : options.input == "-"  ? "-"
+                                                     : PathWithFormat(options.input, Format::kBinary);
+  std::string bytes, error;
+  if (!SerializeConfig(loaded.config, Format::kBinary, &bytes, &error)) {
+    std::cerr << loaded.file << ": error: " << error << '\n';
+    return kExitTrouble;
+  }
+  options.policy.inputs = {options.input};
+  if (!WriteOrReport(output, bytes, options.policy)) return kExitTrouble;
   if (output != "-")
     std::cerr << "pcfg: wrote " << output << " (" << bytes.size() << " bytes, "
               << loaded.config.peripherals_size() << " peripherals)\n";
@@ -52,13 +52,17 @@ void AddCompileCommand(CLI::App& app, int& exit_status) {
   auto options = std::make_shared<CompileOptions>();
   CLI::App* command = app.add_subcommand("compile", "Compile a text or JSON configuration to binary");
   command->footer(
-      "Runs the checks first and writes nothing when they find errors.\n"
+      "Runs the checks first and writes nothing when they find errors. OUT is replaced atomically\n"
+      "when it is a plain file and written through otherwise (a FIFO, a device, standard output).\n"
+      "Exit status: 0 written, 1 the checks found errors, 2 usage error, unreadable or unparsable\n"
+      "input, or an output that cannot be written.\n"
       "Example: pcfg compile examples/headset.txtpb -o headset.binpb");
   command->add_option("IN", options->input, "input file, or - for standard input (read as text)")->required();
   command->add_option("-o,--output", options->output, "output file (default: IN with .binpb; - for stdout)");
-  AddFromOption(*command, options->from);
+  AddInputOptions(*command, options->in);
   command->add_flag("--no-check", options->no_check, "skip the checks");
   AddRuleOptions(*command, options->rules);
+  AddForceOption(*command, options->policy);
   command->callback([options, &exit_status] { exit_status = RunCompile(*options); });
 }
 

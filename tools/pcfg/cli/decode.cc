@@ -1,9 +1,9 @@
-// pcfg decode: binary to text or JSON; unknown fields are reported, never dropped silently.
+// pcfg decode: binary to text or JSON. Fields the schema does not know are never dropped silently.
 #include <iostream>
 #include <memory>
 
 #include "common.h"
-#include "output.h"
+#include "serialize.h"
 
 namespace pcfg::cli {
 namespace {
@@ -11,27 +11,31 @@ namespace {
 struct DecodeOptions {
   std::string input;
   std::string output = "-";
-  std::string from;
-  std::string to;
+  InputOptions in;
+  std::optional<Format> to;
+  bool drop_unknown = false;
+  OutputPolicy policy;
 };
 
-int RunDecode(const DecodeOptions& options) {
+int RunDecode(DecodeOptions& options) {
+  LoadOptions load = options.in.ToLoadOptions(Format::kBinary);
+  if (!load.format) load.format = Format::kBinary;
   LoadedConfig loaded;
-  if (!LoadOrReport(options.input, options.from.empty() ? "binary" : options.from, &loaded))
-    return kExitTrouble;
+  if (!LoadOrReport(options.input, load, &loaded)) return kExitTrouble;
+  // By OUT's extension when it names text or JSON; text otherwise.
   Format to = Format::kText;
-  if (!options.to.empty())
-    to = *ParseFormatName(options.to);
+  if (options.to)
+    to = *options.to;
   else if (options.output != "-" && FormatForPath(options.output) != Format::kBinary)
     to = FormatForPath(options.output);
-
-  CheckOptions unknown_only;
-  unknown_only.only = {"unknown-field"};
-  std::vector<Diagnostic> diagnostics = RunChecks(loaded, unknown_only);
-  if (to == Format::kJson)
-    for (Diagnostic& d : diagnostics) d.message += " (the JSON form cannot carry them: they are left out)";
-  PrintDiagnostics(std::cerr, diagnostics);
-  return WriteOrReport(options.output, SerializeConfig(loaded.config, to)) ? kExitOk : kExitTrouble;
+  if (to != Format::kBinary && !SettleUnknownFields(loaded, options.drop_unknown)) return kExitTrouble;
+  std::string bytes, error;
+  if (!SerializeConfig(loaded.config, to, &bytes, &error)) {
+    std::cerr << loaded.file << ": error: " << error << '\n';
+    return kExitTrouble;
+  }
+  options.policy.inputs = {options.input};
+  return WriteOrReport(options.output, bytes, options.policy) ? kExitOk : kExitTrouble;
 }
 
 }  // namespace
@@ -39,14 +43,18 @@ int RunDecode(const DecodeOptions& options) {
 void AddDecodeCommand(CLI::App& app, int& exit_status) {
   auto options = std::make_shared<DecodeOptions>();
   CLI::App* command = app.add_subcommand("decode", "Decode a binary configuration to text or JSON");
-  command->footer("Example: pcfg decode headset.binpb --to json -o headset.json");
+  command->footer(
+      "Binary input that carries fields the schema does not know is refused (exit 2), since\n"
+      "neither form can carry them back; --drop-unknown decodes it without them.\n"
+      "Exit status: 0 written, 2 usage error, unreadable input or an output that cannot be written.\n"
+      "Example: pcfg decode headset.binpb --to json -o headset.json");
   command->add_option("IN", options->input, "binary input file, or - for standard input")->required();
   command->add_option("-o,--output", options->output, "output file (default: - for stdout)");
-  command
-      ->add_option("--to", options->to,
-                   "output format: text or json (default: by OUT's extension, else text)")
-      ->check(CLI::IsMember({"text", "json"}));
-  AddFromOption(*command, options->from);
+  AddFormatOption(*command, options->to, "--to",
+                  "output format: text or json (default: by OUT's extension, else text)");
+  AddInputOptions(*command, options->in);
+  AddDropUnknownOption(*command, options->drop_unknown);
+  AddForceOption(*command, options->policy);
   command->callback([options, &exit_status] { exit_status = RunDecode(*options); });
 }
 

@@ -12,8 +12,9 @@ namespace {
 struct DiffOptions {
   std::string a;
   std::string b;
-  std::string from_a;
-  std::string from_b;
+  std::optional<Format> from_a;
+  std::optional<Format> from_b;
+  uint64_t max_bytes = kDefaultMaxInputBytes;
 };
 
 int RunDiff(const DiffOptions& options) {
@@ -21,10 +22,14 @@ int RunDiff(const DiffOptions& options) {
     std::cerr << "pcfg diff: only one side can be standard input\n";
     return kExitTrouble;
   }
+  LoadOptions load_a, load_b;
+  load_a.format = options.from_a, load_b.format = options.from_b;
+  load_a.stdin_format = load_b.stdin_format = Format::kText;
+  load_a.max_bytes = load_b.max_bytes = options.max_bytes;
   LoadedConfig a, b;
   // Both are loaded even when the first fails, so that every unreadable input is reported.
-  const bool loaded_a = LoadOrReport(options.a, options.from_a, &a, Format::kText);
-  const bool loaded_b = LoadOrReport(options.b, options.from_b, &b, Format::kText);
+  const bool loaded_a = LoadOrReport(options.a, load_a, &a);
+  const bool loaded_b = LoadOrReport(options.b, load_b, &b);
   if (!loaded_a || !loaded_b) return kExitTrouble;
   const std::vector<Difference> differences = DiffConfigs(a.config, b.config);
   PrintDifferences(std::cout, differences);
@@ -45,8 +50,9 @@ void AddDiffCommand(CLI::App& app, int& exit_status) {
   command->add_option("A", options->a, "the old configuration (- for standard input, read as text)")
       ->required();
   command->add_option("B", options->b, "the new configuration")->required();
-  AddFromOption(*command, options->from_a, "--from-a", "A's");
-  AddFromOption(*command, options->from_b, "--from-b", "B's");
+  AddFormatOption(*command, options->from_a, "--from-a", "A's format (default: by extension)");
+  AddFormatOption(*command, options->from_b, "--from-b", "B's format (default: by extension)");
+  AddSizeLimitOption(*command, options->max_bytes);
   command->callback([options, &exit_status] { exit_status = RunDiff(*options); });
 }
 

@@ -1,20 +1,37 @@
 // pcfg: compile, decode, check and inspect peripheral configurations.
 #include <google/protobuf/stubs/common.h>
 
+#include <cerrno>
+#include <cstring>
 #include <iostream>
+#include <new>
 
 #include "common.h"
 
 namespace {
 
-const char kVersion[] = "1.0.0";
+using namespace pcfg::cli;
 
-}  // namespace
+void AddHelpCommand(CLI::App& app, std::string& topic, int& exit_status) {
+  CLI::App* help = app.add_subcommand("help", "Show help for pcfg or one of its commands");
+  help->add_option("COMMAND", topic, "the command to explain");
+  help->callback([&app, &topic, &exit_status] {
+    if (topic.empty()) {
+      std::cout << app.help();
+      return;
+    }
+    try {
+      std::cout << app.get_subcommand(topic)->help("pcfg");
+    } catch (const CLI::OptionNotFound&) {
+      std::cerr << "pcfg: no command '" << topic << "' (see pcfg help)\n";
+      exit_status = kExitTrouble;
+    }
+  });
+}
 
-int main(int argc, char** argv) {
-  using namespace pcfg::cli;
+int Run(int argc, char** argv) {
   CLI::App app("pcfg: compile, decode, check and inspect peripheral configurations", "pcfg");
-  app.set_version_flag("--version", std::string("pcfg ") + kVersion + " (protobuf " +
+  app.set_version_flag("--version", std::string("pcfg ") + PCFG_VERSION + " (protobuf " +
                                         google::protobuf::internal::VersionString(GOOGLE_PROTOBUF_VERSION) +
                                         ")");
   app.require_subcommand(1);
@@ -28,22 +45,8 @@ int main(int argc, char** argv) {
   AddFmtCommand(app, exit_status);
   AddShowCommand(app, exit_status);
   AddGraphCommand(app, exit_status);
-
   std::string help_topic;
-  CLI::App* help = app.add_subcommand("help", "Show help for pcfg or one of its commands");
-  help->add_option("COMMAND", help_topic, "the command to explain");
-  help->callback([&] {
-    if (help_topic.empty()) {
-      std::cout << app.help();
-      return;
-    }
-    try {
-      std::cout << app.get_subcommand(help_topic)->help("pcfg");
-    } catch (const CLI::OptionNotFound&) {
-      std::cerr << "pcfg: no command '" << help_topic << "' (see pcfg help)\n";
-      exit_status = kExitTrouble;
-    }
-  });
+  AddHelpCommand(app, help_topic, exit_status);
 
   try {
     app.parse(argc, argv);
@@ -58,4 +61,25 @@ int main(int argc, char** argv) {
     return kExitTrouble;
   }
   return exit_status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  pcfg::RemoveTemporaryFilesOnSignals();
+  int status;
+  try {
+    status = Run(argc, argv);
+  } catch (const std::bad_alloc&) {
+    std::cerr << "pcfg: error: out of memory (nothing written)\n";
+    return kExitTrouble;
+  }
+  // What went to standard output counts only if it arrived: a full disk or a closed pipe is trouble.
+  std::cout.flush();
+  if (!std::cout) {
+    std::cerr << "pcfg: error: cannot write to standard output"
+              << (errno ? std::string(": ") + std::strerror(errno) : "") << '\n';
+    return kExitTrouble;
+  }
+  return status;
 }

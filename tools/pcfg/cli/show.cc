@@ -12,19 +12,19 @@ namespace {
 struct ShowOptions {
   std::string input;
   std::string format = "text";
-  std::string from;
+  InputOptions in;
 };
 
 int RunShow(const ShowOptions& options) {
   LoadedConfig loaded;
-  if (!LoadOrReport(options.input, options.from, &loaded, Format::kText)) return kExitTrouble;
-  const ShowFacts facts = GatherShowFacts(loaded);
+  if (!LoadOrReport(options.input, options.in.ToLoadOptions(Format::kText), &loaded)) return kExitTrouble;
+  const ConfigIndex index(loaded.config);
+  const ShowFacts facts = GatherShowFacts(loaded.file, index);
   if (options.format == "json")
     PrintShowJson(std::cout, facts);
   else
     PrintShowText(std::cout, facts);
-  std::cout.flush();
-  return std::cout ? kExitOk : kExitTrouble;
+  return kExitOk;
 }
 
 }  // namespace
@@ -43,7 +43,7 @@ void AddShowCommand(CLI::App& app, int& exit_status) {
       ->required();
   command->add_option("--format", options->format, "output as text or json (default: text)")
       ->check(CLI::IsMember({"text", "json"}));
-  AddFromOption(*command, options->from);
+  AddInputOptions(*command, options->in);
   command->callback([options, &exit_status] { exit_status = RunShow(*options); });
 }
 

@@ -6,19 +6,17 @@
 #include <string>
 #include <vector>
 
-#include "loader.h"
+#include "dependency_graph.h"
 
 namespace pcfg {
 
 struct BringUpOrder {
-  std::vector<int> order;             // indices into Config::peripherals, dependencies first
-  std::vector<std::string> left_out;  // ids on a dependency cycle or behind one, registry order
+  std::vector<int> order;     // indices into Config::peripherals, dependencies first
+  std::vector<int> left_out;  // on a dependency cycle or behind one, in registry order
   bool complete() const { return left_out.empty(); }
 };
 
 // Kahn's algorithm with the ready set kept as a min-heap on registry index: O((V+E) log V).
-// A dependency naming no registry entry is ignored (the checks report it); a repeated id
-// stands for its first entry, as in the checks.
-BringUpOrder TopologicalBringUp(const Config& config);
+BringUpOrder TopologicalBringUp(const DependencyGraph& graph);
 
 }  // namespace pcfg

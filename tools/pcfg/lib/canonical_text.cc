@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "output.h"
+#include "serialize.h"
 
 namespace pcfg {
 namespace {
@@ -16,14 +16,20 @@ bool IsHeaderComment(const std::string& comment) {
 
 }  // namespace
 
-std::string CanonicalText(const Config& config) { return SerializeConfig(config, Format::kText); }
+std::string CanonicalText(const Config& config) {
+  std::string text, error;
+  SerializeConfig(config, Format::kText, &text, &error);  // the text printer cannot fail
+  return text;
+}
 
 std::optional<TextComment> FindComment(const std::string& text) {
   // The text format has no multi-line strings and no '#' outside strings and comments, so a
-  // scan that follows quotes and backslash escapes within a line finds every comment.
+  // scan that follows quotes and backslash escapes within a line finds every comment. Header
+  // lines count as the header only in the run of whole-line comments that opens the file.
   int line = 1;
   size_t line_start = 0;
   char quote = 0;
+  bool in_header = true;
   for (size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
     if (c == '\n') {
@@ -37,12 +43,15 @@ std::optional<TextComment> FindComment(const std::string& text) {
         quote = 0;
     } else if (c == '"' || c == '\'') {
       quote = c;
+      in_header = false;
     } else if (c == '#') {
       const size_t end = std::min(text.find('\n', i), text.size());
       std::string comment = text.substr(i, end - i);
-      if (!IsHeaderComment(comment))
+      if (!(in_header && i == line_start && IsHeaderComment(comment)))
         return TextComment{line, static_cast<int>(i - line_start) + 1, std::move(comment)};
       i = end - 1;  // the newline comes next
+    } else if (c != ' ' && c != '\t' && c != '\r') {
+      in_header = false;
     }
   }
   return std::nullopt;

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "loader.h"
+#include "config.h"
 
 namespace pcfg {
 
@@ -20,7 +20,7 @@ struct TextComment {
 };
 
 // The first comment of TEXT, a configuration in the text format, other than the proto-file and
-// proto-message header lines; a '#' inside a quoted string is no comment.
+// proto-message header lines at its top; a '#' inside a quoted string is no comment.
 std::optional<TextComment> FindComment(const std::string& text);
 
 }  // namespace pcfg

@@ -1,11 +1,22 @@
 #include "diagnostics.h"
 
-#include <nlohmann/json.hpp>
 #include <ostream>
+
+#include "json_output.h"
 
 namespace pcfg {
 
-const char* SeverityName(Severity severity) { return severity == Severity::kError ? "error" : "warning"; }
+const char* SeverityName(Severity severity) {
+  switch (severity) {
+    case Severity::kNote:
+      return "note";
+    case Severity::kWarning:
+      return "warning";
+    case Severity::kError:
+      return "error";
+  }
+  return "error";
+}
 
 std::string FormatDiagnostic(const Diagnostic& d) {
   std::string text = d.file;
@@ -25,7 +36,7 @@ void PrintDiagnostics(std::ostream& out, const std::vector<Diagnostic>& diagnost
 }
 
 void PrintDiagnosticsJson(std::ostream& out, const std::vector<Diagnostic>& diagnostics) {
-  nlohmann::ordered_json array = nlohmann::ordered_json::array();
+  Json array = Json::array();
   for (const Diagnostic& d : diagnostics) {
     array.push_back({{"file", d.file},
                      {"line", d.line},
@@ -35,7 +46,7 @@ void PrintDiagnosticsJson(std::ostream& out, const std::vector<Diagnostic>& diag
                      {"path", d.path},
                      {"message", d.message}});
   }
-  out << array.dump(2) << '\n';
+  PrintJson(out, array);
 }
 
 int CountSeverity(const std::vector<Diagnostic>& diagnostics, Severity severity) {

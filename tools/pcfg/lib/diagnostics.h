@@ -8,7 +8,8 @@
 
 namespace pcfg {
 
-enum class Severity { kWarning, kError };
+// A note informs (a rule skipped, diagnostics left out) and never fails a run.
+enum class Severity { kNote, kWarning, kError };
 
 const char* SeverityName(Severity severity);
 

@@ -14,7 +14,6 @@ namespace pcfg {
 namespace {
 
 namespace gp = google::protobuf;
-namespace models = Talvo::Peripherals::Config::Models;
 
 // The key of each list whose entries are matched by key; every other list is positional.
 const std::unordered_map<const gp::FieldDescriptor*, const gp::FieldDescriptor*>& KeyFields() {
@@ -54,8 +53,11 @@ bool IsBareKey(const std::string& key) {
 
 bool SameDouble(double x, double y) { return x == y || (std::isnan(x) && std::isnan(y)); }
 
-// Walks two messages of one type side by side. The path is one growing buffer, cut back after
-// each step, so that only differences pay for building their path.
+// Walks two messages of one type side by side. It is not protobuf's MessageDifferencer: with
+// TreatAsMap that one pairs keyed entries by comparing each with each, quadratic in the length of
+// a list, and names entries by position; this walk pairs them through a hash map in linear time
+// and names them by key. The path is one growing buffer, cut back after each step, so that only
+// differences pay for building their path.
 class Differ {
  public:
   explicit Differ(std::vector<Difference>* out) : out_(out) {

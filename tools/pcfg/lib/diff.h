@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "loader.h"
+#include "config.h"
 
 namespace pcfg {
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <filesystem>
+#include <initializer_list>
 
 namespace pcfg {
 
@@ -9,35 +11,96 @@ const char kTextHeader[] =
     "# proto-file: peripheralconfig/proto/peripheral.config.proto\n"
     "# proto-message: Talvo.Peripherals.Config.Models.PeripheralConfig\n";
 
-const char* FormatName(Format format) {
-  switch (format) {
-    case Format::kText:
-      return "text";
-    case Format::kJson:
-      return "json";
-    case Format::kBinary:
-      return "binary";
-  }
-  return "binary";
+namespace {
+
+struct FormatRow {
+  Format format;
+  const char* name;
+  std::initializer_list<const char*> aliases;
+  std::initializer_list<const char*> extensions;  // the first is the one written
+};
+
+const FormatRow kFormats[] = {
+    {Format::kText,
+     "text",
+     {"txtpb", "textproto", "pbtxt", "txtproto"},
+     {".txtpb", ".textproto", ".pbtxt", ".txtproto"}},
+    {Format::kJson, "json", {}, {".json"}},
+    {Format::kBinary, "binary", {"binpb", "pb", "wire"}, {".binpb", ".pb"}},
+};
+
+struct DrawingRow {
+  Drawing drawing;
+  const char* name;
+  const char* extension;
+};
+
+const DrawingRow kDrawings[] = {
+    {Drawing::kDot, "dot", ".dot"},
+    {Drawing::kSvg, "svg", ".svg"},
+    {Drawing::kPng, "png", ".png"},
+};
+
+std::string Lower(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+  return text;
+}
+
+std::string ExtensionOf(const std::string& path) {
+  return Lower(std::filesystem::path(path).extension().string());
+}
+
+const FormatRow& RowOf(Format format) {
+  for (const FormatRow& row : kFormats)
+    if (row.format == format) return row;
+  return kFormats[2];
+}
+
+}  // namespace
+
+const char* FormatName(Format format) { return RowOf(format).name; }
+
+const std::map<std::string, Format>& FormatNames() {
+  static const std::map<std::string, Format> names = [] {
+    std::map<std::string, Format> map;
+    for (const FormatRow& row : kFormats) {
+      map.emplace(row.name, row.format);
+      for (const char* alias : row.aliases) map.emplace(alias, row.format);
+    }
+    return map;
+  }();
+  return names;
 }
 
 std::optional<Format> ParseFormatName(const std::string& name) {
-  std::string lower = name;
-  std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
-  if (lower == "text" || lower == "txtpb" || lower == "textproto" || lower == "pbtxt") return Format::kText;
-  if (lower == "json") return Format::kJson;
-  if (lower == "binary" || lower == "binpb" || lower == "pb" || lower == "wire") return Format::kBinary;
-  return std::nullopt;
+  auto found = FormatNames().find(Lower(name));
+  if (found == FormatNames().end()) return std::nullopt;
+  return found->second;
 }
 
 Format FormatForPath(const std::string& path) {
-  const size_t slash = path.find_last_of('/');
-  const size_t dot = path.find_last_of('.');
-  if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return Format::kBinary;
-  const std::string extension = path.substr(dot + 1);
-  if (extension == "txtpb" || extension == "textproto" || extension == "pbtxt") return Format::kText;
-  if (extension == "json") return Format::kJson;
+  const std::string extension = ExtensionOf(path);
+  for (const FormatRow& row : kFormats)
+    for (const char* known : row.extensions)
+      if (extension == known) return row.format;
   return Format::kBinary;
+}
+
+std::string PathWithFormat(const std::string& path, Format format) {
+  return std::filesystem::path(path).replace_extension(*RowOf(format).extensions.begin()).string();
+}
+
+const char* DrawingName(Drawing drawing) {
+  for (const DrawingRow& row : kDrawings)
+    if (row.drawing == drawing) return row.name;
+  return "dot";
+}
+
+Drawing DrawingForPath(const std::string& path) {
+  const std::string extension = ExtensionOf(path);
+  for (const DrawingRow& row : kDrawings)
+    if (extension == row.extension) return row.drawing;
+  return Drawing::kDot;
 }
 
 }  // namespace pcfg

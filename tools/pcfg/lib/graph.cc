@@ -11,8 +11,6 @@
 namespace pcfg {
 namespace {
 
-namespace models = Talvo::Peripherals::Config::Models;
-
 struct NodeStyle {
   const char* shape;
   const char* fill;
@@ -76,21 +74,17 @@ std::string ModelLabel(int model) {
 }
 
 std::string GraphLabel(const Config& config) {
-  const int number = config.device_info().device_name();
-  const google::protobuf::EnumValueDescriptor* device =
-      models::TargetDevice_descriptor()->FindValueByNumber(number);
-  std::string label = device ? device->options().GetExtension(models::Alias) : "";
-  if (label.empty()) label = device ? device->name() : "device " + std::to_string(number);
-  if (!config.device_info().soc_name().empty()) label += " on " + config.device_info().soc_name();
+  const DeviceLabel device = DescribeDevice(config);
+  std::string label = device.alias.empty() ? device.name : device.alias;
+  if (!device.soc.empty()) label += " on " + device.soc;
   return label +
          "\nsolid: dependency -> dependent (bring-up order); dashed: member -> camera set or logical camera";
 }
 
 class DotWriter {
  public:
-  explicit DotWriter(const Config& config) : config_(config) {
-    for (int i = 0; i < config.peripherals_size(); ++i) registry_.emplace(config.peripherals(i).id(), i);
-    for (const models::PhysicalCamera& camera : config.physical_cameras())
+  explicit DotWriter(const ConfigIndex& index) : config_(index.config()), index_(index) {
+    for (const models::PhysicalCamera& camera : config_.physical_cameras())
       if (!camera.is_template()) models_.emplace(camera.peripheral_id(), camera.model());
   }
 
@@ -187,13 +181,13 @@ class DotWriter {
 
   void Node(const std::string& id, const char* indent) {
     out_ += indent + DotQuote(id) + " [";
-    auto entry = registry_.find(id);
-    if (entry == registry_.end()) {
+    const models::Peripheral* entry = index_.Registered(id);
+    if (entry == nullptr) {
       out_ += "shape=box, style=dashed, color=red, fontcolor=red, label=\"" + DotEscape(id) +
               "\\n(not in registry)\"];\n";
       return;
     }
-    const int type = config_.peripherals(entry->second).type();
+    const int type = entry->type();
     const NodeStyle style = StyleOf(type);
     std::string label = DotEscape(id);
     if (type == models::PERIPHERAL_TYPE_CAMERA) {
@@ -207,8 +201,8 @@ class DotWriter {
   }
 
   const Config& config_;
-  std::unordered_map<std::string, int> registry_;  // id -> first entry
-  std::unordered_map<std::string, int> models_;    // camera id -> CameraModel
+  const ConfigIndex& index_;
+  std::unordered_map<std::string, int> models_;  // camera id -> CameraModel
   std::vector<std::string> nodes_;
   std::unordered_set<std::string> seen_;
   std::vector<Edge> edges_;
@@ -220,6 +214,6 @@ class DotWriter {
 
 }  // namespace
 
-std::string GraphDot(const Config& config) { return DotWriter(config).Write(); }
+std::string GraphDot(const ConfigIndex& index) { return DotWriter(index).Write(); }
 
 }  // namespace pcfg

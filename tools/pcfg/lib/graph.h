@@ -7,10 +7,10 @@
 
 #include <string>
 
-#include "loader.h"
+#include "config.h"
 
 namespace pcfg {
 
-std::string GraphDot(const Config& config);
+std::string GraphDot(const ConfigIndex& index);
 
 }  // namespace pcfg

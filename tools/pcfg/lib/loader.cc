@@ -1,16 +1,11 @@
 #include "loader.h"
 
 #include <google/protobuf/io/tokenizer.h>
+#include <google/protobuf/stubs/common.h>
 #include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/util/json_util.h>
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <iostream>
-#include <iterator>
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 #include "walk.h"
 
@@ -18,6 +13,16 @@ namespace pcfg {
 namespace {
 
 namespace gp = google::protobuf;
+
+Diagnostic LoadError(const std::string& file, const std::string& message, int line = 0, int column = 0) {
+  Diagnostic d;
+  d.file = file;
+  d.line = line;
+  d.column = column;
+  d.severity = Severity::kError;
+  d.message = message;
+  return d;
+}
 
 // Turns the text parser's reports into diagnostics.
 class TextErrorCollector : public gp::io::ErrorCollector {
@@ -34,24 +39,22 @@ class TextErrorCollector : public gp::io::ErrorCollector {
 
  private:
   void Add(Severity severity, int line, int column, const std::string& message) {
-    Diagnostic d;
-    d.file = file_;
-    d.line = line >= 0 ? line + 1 : 0;
-    d.column = column >= 0 ? column + 1 : 0;
+    Diagnostic d = LoadError(file_, message, line >= 0 ? line + 1 : 0, column >= 0 ? column + 1 : 0);
     d.severity = severity;
-    d.message = message;
-    diagnostics_->push_back(d);
+    diagnostics_->push_back(std::move(d));
   }
   std::string file_;
   std::vector<Diagnostic>* diagnostics_;
 };
 
-// Holds what the protobuf runtime logs while parsing (it names fields with invalid UTF-8).
+// While alive, keeps what the protobuf runtime logs about invalid UTF-8 (it names the field)
+// and passes every other line on to the handler that was there before.
 class RuntimeLog {
  public:
   RuntimeLog() {
-    Messages().clear();
+    Utf8Complaints().clear();
     previous_ = gp::SetLogHandler(&RuntimeLog::Handle);
+    Previous() = previous_;
   }
   ~RuntimeLog() { gp::SetLogHandler(previous_); }
   RuntimeLog(const RuntimeLog&) = delete;
@@ -59,8 +62,7 @@ class RuntimeLog {
 
   // The full name of the first field that a UTF-8 complaint names, if any.
   std::string InvalidUtf8Field() const {
-    for (const std::string& message : Messages()) {
-      if (message.find("UTF-8") == std::string::npos) continue;
+    for (const std::string& message : Utf8Complaints()) {
       const size_t open = message.find('\'');
       const size_t close = open == std::string::npos ? open : message.find('\'', open + 1);
       if (close != std::string::npos) return message.substr(open + 1, close - open - 1);
@@ -70,32 +72,27 @@ class RuntimeLog {
   }
 
  private:
-  static std::vector<std::string>& Messages() {
+  static std::vector<std::string>& Utf8Complaints() {
     static std::vector<std::string> messages;
     return messages;
   }
-  static void Handle(gp::LogLevel, const char*, int, const std::string& message) {
-    Messages().push_back(message);
+  static gp::LogHandler*& Previous() {
+    static gp::LogHandler* previous = nullptr;
+    return previous;
+  }
+  static void Handle(gp::LogLevel level, const char* file, int line, const std::string& message) {
+    if (message.find("UTF-8") != std::string::npos)
+      Utf8Complaints().push_back(message);
+    else if (Previous() != nullptr)
+      Previous()(level, file, line, message);
   }
   gp::LogHandler* previous_;
 };
 
-Diagnostic LoadError(const std::string& file, const std::string& message, int line = 0, int column = 0) {
-  Diagnostic d;
-  d.file = file;
-  d.line = line;
-  d.column = column;
-  d.severity = Severity::kError;
-  d.message = message;
-  return d;
-}
-
 bool ParseText(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
   TextErrorCollector collector(loaded->file, diagnostics);
-  loaded->locations.reset(new gp::TextFormat::ParseInfoTree);
   gp::TextFormat::Parser parser;
   parser.RecordErrorsTo(&collector);
-  parser.WriteLocationsTo(loaded->locations.get());
   RuntimeLog log;
   const bool ok = parser.ParseFromString(loaded->raw, &loaded->config);
   if (!ok && CountSeverity(*diagnostics, Severity::kError) == 0) {
@@ -121,32 +118,51 @@ std::pair<int, int> PositionOf(const std::string& text, size_t offset) {
   return {line, column};
 }
 
-bool ParseJson(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
-  // protobuf's JSON parser reports no positions; a syntax check first finds the spot.
-  try {
-    [[maybe_unused]] const nlohmann::json syntax = nlohmann::json::parse(loaded->raw);
-  } catch (const nlohmann::json::parse_error& error) {
-    const auto position = PositionOf(loaded->raw, error.byte > 0 ? error.byte - 1 : 0);
-    std::string message = error.what();
+// A syntax-only pass over JSON that keeps nothing but the first error and where it is.
+class JsonSyntax : public nlohmann::json_sax<nlohmann::json> {
+ public:
+  bool null() override { return true; }
+  bool boolean(bool) override { return true; }
+  bool number_integer(number_integer_t) override { return true; }
+  bool number_unsigned(number_unsigned_t) override { return true; }
+  bool number_float(number_float_t, const string_t&) override { return true; }
+  bool string(string_t&) override { return true; }
+  bool binary(binary_t&) override { return true; }
+  bool start_object(std::size_t) override { return true; }
+  bool key(string_t&) override { return true; }
+  bool end_object() override { return true; }
+  bool start_array(std::size_t) override { return true; }
+  bool end_array() override { return true; }
+  bool parse_error(std::size_t position, const std::string&,
+                   const nlohmann::detail::exception& error) override {
+    offset = position > 0 ? position - 1 : 0;
+    message = error.what();
     const size_t detail = message.find("syntax error");
-    diagnostics->push_back(
-        LoadError(loaded->file, "invalid JSON: " + message.substr(detail == std::string::npos ? 0 : detail),
-                  position.first, position.second));
+    if (detail != std::string::npos) message = message.substr(detail);
     return false;
   }
+
+  size_t offset = 0;
+  std::string message;
+};
+
+bool ParseJson(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
   gp::util::JsonParseOptions options;
   options.ignore_unknown_fields = false;
   RuntimeLog log;
   const auto status = gp::util::JsonStringToMessage(loaded->raw, &loaded->config, options);
-  if (!status.ok()) {
-    std::string message = status.ToString();
-    const size_t colon = message.find(':');
-    if (message.rfind("INVALID_ARGUMENT", 0) == 0 && colon != std::string::npos)
-      message = message.substr(colon + 1);
-    diagnostics->push_back(LoadError(loaded->file, "not a PeripheralConfig in the JSON mapping: " + message));
+  if (status.ok()) return true;
+  // protobuf's parser says what is wrong but not where; a syntax pass finds a syntax error's spot.
+  JsonSyntax syntax;
+  if (!nlohmann::json::sax_parse(loaded->raw, &syntax)) {
+    const auto position = PositionOf(loaded->raw, syntax.offset);
+    diagnostics->push_back(
+        LoadError(loaded->file, "invalid JSON: " + syntax.message, position.first, position.second));
     return false;
   }
-  return true;
+  diagnostics->push_back(LoadError(
+      loaded->file, "not a PeripheralConfig in the JSON mapping: " + std::string(status.message())));
+  return false;
 }
 
 bool ParseBinary(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
@@ -163,76 +179,47 @@ bool ParseBinary(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
   return false;
 }
 
-// Whether TEXT is well-formed UTF-8 (no overlong forms, surrogates or values past U+10FFFF),
-// as the wire format requires of every string field.
-bool IsValidUtf8(const std::string& text) {
-  size_t i = 0;
-  while (i < text.size()) {
-    const unsigned char lead = static_cast<unsigned char>(text[i]);
-    if (lead < 0x80) {
-      ++i;
-      continue;
-    }
-    int length;
-    unsigned min;
-    unsigned code;
-    if ((lead & 0xE0) == 0xC0) {
-      length = 2, min = 0x80, code = lead & 0x1F;
-    } else if ((lead & 0xF0) == 0xE0) {
-      length = 3, min = 0x800, code = lead & 0x0F;
-    } else if ((lead & 0xF8) == 0xF0) {
-      length = 4, min = 0x10000, code = lead & 0x07;
-    } else {
-      return false;
-    }
-    if (i + length > text.size()) return false;
-    for (int k = 1; k < length; ++k) {
-      const unsigned char next = static_cast<unsigned char>(text[i + k]);
-      if ((next & 0xC0) != 0x80) return false;
-      code = code << 6 | (next & 0x3F);
-    }
-    if (code < min || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) return false;
-    i += length;
-  }
-  return true;
-}
-
 // Text and JSON parsers accept strings that the wire format rejects; refuse them here, so that
 // nothing compiled from them fails to parse on the device.
 bool CheckStringsAreUtf8(const LoadedConfig& loaded, std::vector<Diagnostic>* diagnostics) {
   bool ok = true;
-  WalkMessages(loaded.config, FieldPath(),
-               [&](const gp::Message& message, const FieldPath& path,
-                   const std::vector<const gp::FieldDescriptor*>& fields) {
-                 const gp::Reflection* reflection = message.GetReflection();
-                 for (const gp::FieldDescriptor* field : fields) {
-                   if (field->type() != gp::FieldDescriptor::TYPE_STRING) continue;
-                   const int count = field->is_repeated() ? reflection->FieldSize(message, field) : 1;
-                   for (int i = 0; i < count; ++i) {
-                     const std::string value = field->is_repeated()
-                                                   ? reflection->GetRepeatedString(message, field, i)
-                                                   : reflection->GetString(message, field);
-                     if (IsValidUtf8(value)) continue;
-                     const FieldPath where =
-                         field->is_repeated() ? path.Element(field->name(), i) : path.Field(field->name());
-                     const LoadedConfig::Location location = loaded.Locate(where);
-                     Diagnostic d = LoadError(loaded.file,
-                                              "string field '" + field->full_name() + "' holds invalid UTF-8",
-                                              location.line, location.column);
-                     d.path = where.ToString();
-                     diagnostics->push_back(d);
-                     ok = false;
-                   }
-                 }
-               });
+  ForEachSetScalar(loaded.config, [&](const ScalarValue& value, const FieldPath& path) {
+    if (value.field->type() != gp::FieldDescriptor::TYPE_STRING) return;
+    const gp::Reflection* reflection = value.message.GetReflection();
+    std::string scratch;
+    const std::string& text =
+        value.index < 0
+            ? reflection->GetStringReference(value.message, value.field, &scratch)
+            : reflection->GetRepeatedStringReference(value.message, value.field, value.index, &scratch);
+    // The very check the wire parser makes, so that text accepted here parses on the device.
+    if (gp::internal::IsStructurallyValidUTF8(text.data(), static_cast<int>(text.size()))) return;
+    const FieldPath where = value.PathFrom(path);
+    const LoadedConfig::Location location = loaded.Locate(where);
+    Diagnostic d =
+        LoadError(loaded.file, "string field '" + value.field->full_name() + "' holds invalid UTF-8",
+                  location.line, location.column);
+    d.path = where.ToString();
+    diagnostics->push_back(std::move(d));
+    ok = false;
+  });
   return ok;
 }
 
 }  // namespace
 
 LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
+  if (format != Format::kText) return {};
+  if (!locations_) {
+    // The first diagnostic that needs a position pays for a second parse that records them all.
+    locations_ = std::make_unique<gp::TextFormat::ParseInfoTree>();
+    gp::TextFormat::Parser parser;
+    parser.WriteLocationsTo(locations_.get());
+    Config scratch;
+    RuntimeLog quiet;
+    parser.ParseFromString(raw, &scratch);
+  }
   Location best;
-  const gp::TextFormat::ParseInfoTree* tree = locations.get();
+  const gp::TextFormat::ParseInfoTree* tree = locations_.get();
   const gp::Descriptor* type = Config::descriptor();
   for (const PathStep& step : path.steps()) {
     if (tree == nullptr || type == nullptr) break;
@@ -248,25 +235,7 @@ LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
   return best;
 }
 
-bool ReadInput(const std::string& path, std::string* content, std::string* error) {
-  if (path == "-") {
-    std::ostringstream buffer;
-    buffer << std::cin.rdbuf();
-    *content = buffer.str();
-    return true;
-  }
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    *error = std::string("cannot open: ") + std::strerror(errno);
-    return false;
-  }
-  content->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  if (in.bad()) {
-    *error = std::string("cannot read: ") + std::strerror(errno);
-    return false;
-  }
-  return true;
-}
+std::string DisplayName(const std::string& path) { return path == "-" ? "<stdin>" : path; }
 
 bool ParseConfig(const std::string& display_name, Format format, std::string raw, LoadedConfig* loaded,
                  std::vector<Diagnostic>* diagnostics) {
@@ -274,7 +243,6 @@ bool ParseConfig(const std::string& display_name, Format format, std::string raw
   loaded->format = format;
   loaded->raw = std::move(raw);
   loaded->config.Clear();
-  loaded->locations.reset();
   switch (format) {
     case Format::kText:
       return ParseText(loaded, diagnostics) && CheckStringsAreUtf8(*loaded, diagnostics);
@@ -286,15 +254,17 @@ bool ParseConfig(const std::string& display_name, Format format, std::string raw
   return false;
 }
 
-bool LoadConfig(const std::string& path, std::optional<Format> format, LoadedConfig* loaded,
-                std::vector<Diagnostic>* diagnostics, Format stdin_format) {
-  const std::string display_name = path == "-" ? "<stdin>" : path;
+bool LoadConfig(const std::string& path, const LoadOptions& options, LoadedConfig* loaded,
+                std::vector<Diagnostic>* diagnostics) {
+  const std::string display_name = DisplayName(path);
+  loaded->file = display_name;
   std::string raw, error;
-  if (!ReadInput(path, &raw, &error)) {
+  if (!ReadInput(path, options.max_bytes, &raw, &error)) {
     diagnostics->push_back(LoadError(display_name, error));
     return false;
   }
-  const Format chosen = format ? *format : (path == "-" ? stdin_format : FormatForPath(path));
+  const Format chosen =
+      options.format ? *options.format : (path == "-" ? options.stdin_format : FormatForPath(path));
   return ParseConfig(display_name, chosen, std::move(raw), loaded, diagnostics);
 }
 

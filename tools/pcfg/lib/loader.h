@@ -1,50 +1,58 @@
-// Reads a configuration in any of its forms, with protobuf's own parsers, and keeps what is
-// needed to point diagnostics at lines and columns of text input.
+// Reads a configuration in any of its forms with protobuf's own parsers. Where text input
+// stands is recorded only when a diagnostic asks for it (a second parse, on the rare path), so
+// that a clean run pays for one parse.
 #pragma once
 
 #include <google/protobuf/text_format.h>
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "config.h"
 #include "diagnostics.h"
 #include "field_path.h"
+#include "file_io.h"
 #include "formats.h"
-#include "peripheral.config.pb.h"
 
 namespace pcfg {
 
-using Config = Talvo::Peripherals::Config::Models::PeripheralConfig;
-
-struct LoadedConfig {
+class LoadedConfig {
+ public:
   std::string file;  // as named on the command line; "<stdin>" for "-"
   Format format = Format::kBinary;
   std::string raw;  // the bytes read
   Config config;
-  // Where each field of text input stands; null for other formats.
-  std::unique_ptr<google::protobuf::TextFormat::ParseInfoTree> locations;
 
   struct Location {
-    int line = 0;
+    int line = 0;  // 1-based; 0 when unknown
     int column = 0;
   };
-  // The 1-based position of the deepest field on the path that text input located.
+  // Where text input gives the deepest field of PATH that it names; nothing for other forms.
   Location Locate(const FieldPath& path) const;
+
+ private:
+  mutable std::unique_ptr<google::protobuf::TextFormat::ParseInfoTree> locations_;
 };
 
-// Reads PATH ("-" for standard input) as FORMAT, or as its extension says (standard input,
-// having none, as STDIN_FORMAT). On failure returns false and adds diagnostics naming the
-// file (and for text or JSON the line and column).
-bool LoadConfig(const std::string& path, std::optional<Format> format, LoadedConfig* loaded,
-                std::vector<Diagnostic>* diagnostics, Format stdin_format = Format::kBinary);
+struct LoadOptions {
+  std::optional<Format> format;           // nullopt: by extension
+  Format stdin_format = Format::kBinary;  // standard input has no extension
+  uint64_t max_bytes = kDefaultMaxInputBytes;
+};
 
-// Parses bytes already in memory (used by LoadConfig and by the fuzzers).
+// Reads PATH ("-" for standard input). On failure returns false and adds diagnostics naming the
+// file (and for text or JSON the line and column).
+bool LoadConfig(const std::string& path, const LoadOptions& options, LoadedConfig* loaded,
+                std::vector<Diagnostic>* diagnostics);
+
+// Parses bytes already in memory (used by LoadConfig, the tests and the fuzzers).
 bool ParseConfig(const std::string& display_name, Format format, std::string raw, LoadedConfig* loaded,
                  std::vector<Diagnostic>* diagnostics);
 
-// Reads a whole file, or standard input for "-".
-bool ReadInput(const std::string& path, std::string* content, std::string* error);
+// How a file is named in diagnostics: "<stdin>" for "-".
+std::string DisplayName(const std::string& path);
 
 }  // namespace pcfg

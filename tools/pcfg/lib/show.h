@@ -10,18 +10,14 @@
 #include <string>
 #include <vector>
 
-#include "loader.h"
+#include "config.h"
 
 namespace pcfg {
 
 struct ShowFacts {
   std::string file;
 
-  struct Device {
-    std::string name;   // TargetDevice value name
-    std::string alias;  // its Alias option; empty when there is none
-    std::string soc;
-  } device;
+  DeviceLabel device;
 
   int peripheral_count = 0;
   std::vector<std::pair<std::string, int>> type_counts;  // PeripheralType name -> count, by number
@@ -82,7 +78,8 @@ struct ShowFacts {
   std::vector<Pipeline> hal_pipelines;  // general_configs.hal_stream_configs, flattened
 };
 
-ShowFacts GatherShowFacts(const LoadedConfig& loaded);
+// FILE names the configuration in the summary.
+ShowFacts GatherShowFacts(const std::string& file, const ConfigIndex& index);
 
 void PrintShowText(std::ostream& out, const ShowFacts& facts);
 void PrintShowJson(std::ostream& out, const ShowFacts& facts);

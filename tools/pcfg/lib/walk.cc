@@ -36,4 +36,26 @@ void WalkMessages(const gp::Message& message, const FieldPath& path, const Messa
   Walk(message, working, visit);
 }
 
+FieldPath ScalarValue::PathFrom(const FieldPath& message_path) const {
+  return index >= 0 ? message_path.Element(field->name(), index) : message_path.Field(field->name());
+}
+
+void ForEachSetScalar(const gp::Message& root,
+                      const std::function<void(const ScalarValue&, const FieldPath&)>& visit) {
+  WalkMessages(root, FieldPath(),
+               [&](const gp::Message& message, const FieldPath& path,
+                   const std::vector<const gp::FieldDescriptor*>& fields) {
+                 const gp::Reflection* reflection = message.GetReflection();
+                 for (const gp::FieldDescriptor* field : fields) {
+                   if (field->cpp_type() == gp::FieldDescriptor::CPPTYPE_MESSAGE) continue;
+                   if (!field->is_repeated()) {
+                     visit(ScalarValue{message, field, -1}, path);
+                     continue;
+                   }
+                   const int size = reflection->FieldSize(message, field);
+                   for (int i = 0; i < size; ++i) visit(ScalarValue{message, field, i}, path);
+                 }
+               });
+}
+
 }  // namespace pcfg

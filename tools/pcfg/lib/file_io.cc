@@ -1,0 +1,375 @@
+#include "file_io.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <limits>
+
+namespace pcfg {
+namespace {
+
+std::string SystemError(const std::string& what) { return what + ": " + std::strerror(errno); }
+
+// Closes a descriptor on scope exit unless it was released.
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ > STDERR_FILENO) ::close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return fd_; }
+  // Closes now, reporting a failed close (which can be where a write error shows).
+  bool Close() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd <= STDERR_FILENO || ::close(fd) == 0;
+  }
+
+ private:
+  int fd_;
+};
+
+std::string Describe(uint64_t bytes) {
+  if (bytes >= (1ull << 20) && bytes % (1ull << 20) == 0) return std::to_string(bytes >> 20) + " MiB";
+  return std::to_string(bytes) + " bytes";
+}
+
+bool ReadAll(int fd, uint64_t expected, uint64_t max_bytes, std::string* content, std::string* error) {
+  content->clear();
+  // One more byte than the limit tells a stream that is too long from one that just fits.
+  const uint64_t reserve = std::min<uint64_t>(expected, max_bytes) + 1;
+  content->resize(static_cast<size_t>(std::max<uint64_t>(reserve, 64 * 1024)));
+  size_t used = 0;
+  while (true) {
+    if (used == content->size()) {
+      if (used > max_bytes) break;
+      content->resize(std::min<size_t>(content->size() * 2, static_cast<size_t>(max_bytes) + 1));
+    }
+    const ssize_t n = ::read(fd, content->data() + used, content->size() - used);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      *error = SystemError("cannot read");
+      return false;
+    }
+    if (n == 0) break;
+    used += static_cast<size_t>(n);
+  }
+  if (used > max_bytes) {
+    *error = "input is larger than the limit of " + Describe(max_bytes) + " (--max-input-size raises it)";
+    return false;
+  }
+  content->resize(used);
+  return true;
+}
+
+bool WriteAll(int fd, std::string_view bytes) {
+  size_t written = 0;
+  while (written < bytes.size()) {
+    const ssize_t n = ::write(fd, bytes.data() + written, bytes.size() - written);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    written += static_cast<size_t>(n);
+  }
+  return true;
+}
+
+// ---- the temporary file that a signal must not leave behind ----
+
+char g_temporary[4096];
+volatile std::sig_atomic_t g_have_temporary = 0;
+
+void OnSignal(int signal) {
+  if (g_have_temporary) ::unlink(g_temporary);
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
+class TemporaryFile {
+ public:
+  // Creates DIRECTORY/.NAME.pcfg-XXXXXX; fd() is negative on failure.
+  TemporaryFile(const std::string& directory, const std::string& name) {
+    const std::string pattern = directory + "/." + name + ".pcfg-XXXXXX";
+    if (pattern.size() >= sizeof g_temporary) {
+      errno = ENAMETOOLONG;
+      return;
+    }
+    std::memcpy(g_temporary, pattern.c_str(), pattern.size() + 1);
+    fd_ = ::mkostemp(g_temporary, O_CLOEXEC);
+    if (fd_ >= 0) {
+      path_ = g_temporary;
+      g_have_temporary = 1;
+    }
+  }
+  ~TemporaryFile() {
+    if (fd_ >= 0) ::close(fd_);
+    if (!path_.empty()) ::unlink(path_.c_str());
+    g_have_temporary = 0;
+  }
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+  int fd() const { return fd_; }
+  bool Close() {
+    const int fd = fd_;
+    fd_ = -1;
+    return ::close(fd) == 0;
+  }
+  // Renames the file to TARGET; from then on it is no longer temporary.
+  bool RenameTo(const std::string& target) {
+    if (::rename(path_.c_str(), target.c_str()) != 0) return false;
+    g_have_temporary = 0;
+    path_.clear();
+    return true;
+  }
+
+ private:
+  int fd_ = -1;
+  std::string path_;
+};
+
+// ---- where a path leads ----
+
+std::string DirectoryOf(const std::string& path) {
+  const size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string BaseNameOf(const std::string& path) {
+  const size_t slash = path.find_last_of('/');
+  return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// /dev/stdout, /dev/fd/1, /proc/self/fd/1 and the like: the descriptor they name, or -1.
+int NamedDescriptor(const std::string& path) {
+  if (path == "-" || path == "/dev/stdout") return STDOUT_FILENO;
+  if (path == "/dev/stderr") return STDERR_FILENO;
+  for (const char* prefix : {"/dev/fd/", "/proc/self/fd/"}) {
+    const std::string start(prefix);
+    if (path.compare(0, start.size(), start) != 0 || path.size() == start.size()) continue;
+    const std::string number = path.substr(start.size());
+    if (number.find_first_not_of("0123456789") != std::string::npos || number.size() > 6) return -1;
+    return std::stoi(number);
+  }
+  return -1;
+}
+
+// Follows symbolic links (also dangling ones) to the path they end at, or to a path that names
+// one of this process's descriptors (/dev/stdout leads through /proc to a pipe's pseudo-name).
+bool FollowLinks(std::string path, std::string* target, std::string* error) {
+  for (int hops = 0; hops < 40; ++hops) {
+    struct stat info;
+    if (NamedDescriptor(path) >= 0 || ::lstat(path.c_str(), &info) != 0 || !S_ISLNK(info.st_mode)) {
+      *target = path;
+      return true;
+    }
+    std::string link(static_cast<size_t>(info.st_size > 0 ? info.st_size : 4096) + 1, '\0');
+    const ssize_t n = ::readlink(path.c_str(), link.data(), link.size());
+    if (n < 0) {
+      *error = SystemError("cannot read the symbolic link");
+      return false;
+    }
+    link.resize(static_cast<size_t>(n));
+    path = link.front() == '/' ? link : DirectoryOf(path) + "/" + link;
+  }
+  *error = "too many levels of symbolic links";
+  return false;
+}
+
+bool SameFile(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// Refuses to write over a file this run reads.
+bool IsAnInput(const struct stat& output, const std::vector<std::string>& inputs) {
+  for (const std::string& input : inputs) {
+    struct stat info;
+    const bool known = input == "-" ? ::fstat(STDIN_FILENO, &info) == 0 : ::stat(input.c_str(), &info) == 0;
+    if (known && S_ISREG(info.st_mode) && SameFile(info, output)) return true;
+  }
+  return false;
+}
+
+bool WriteThrough(int fd, std::string_view bytes, std::string* error) {
+  if (fd == STDOUT_FILENO) std::cout.flush();
+  if (fd == STDERR_FILENO) std::cerr.flush();
+  if (!WriteAll(fd, bytes)) {
+    *error = SystemError("cannot write");
+    return false;
+  }
+  return true;
+}
+
+bool ReplaceAtomically(const std::string& target, const struct stat* existing, std::string_view bytes,
+                       std::string* error) {
+  TemporaryFile temporary(DirectoryOf(target), BaseNameOf(target));
+  if (temporary.fd() < 0) {
+    *error = SystemError("cannot create a temporary file in " + DirectoryOf(target));
+    return false;
+  }
+  if (existing != nullptr) {
+    // Ownership first: changing it may clear the set-id bits that the mode then restores.
+    if (::fchown(temporary.fd(), existing->st_uid, existing->st_gid) != 0)
+      (void)!::fchown(temporary.fd(), static_cast<uid_t>(-1), existing->st_gid);
+    ::fchmod(temporary.fd(), existing->st_mode & 07777);
+  } else {
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    ::fchmod(temporary.fd(), 0666 & ~mask);
+  }
+  if (!WriteAll(temporary.fd(), bytes) || ::fsync(temporary.fd()) != 0) {
+    *error = SystemError("cannot write");
+    return false;
+  }
+  if (!temporary.Close()) {
+    *error = SystemError("cannot write");
+    return false;
+  }
+  if (!temporary.RenameTo(target)) {
+    *error = SystemError("cannot replace the file");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool ReadInput(const std::string& path, uint64_t max_bytes, std::string* content, std::string* error) {
+  const bool from_stdin = path == "-";
+  Descriptor fd(from_stdin ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  if (fd.get() < 0) {
+    *error = SystemError("cannot open");
+    return false;
+  }
+  struct stat info;
+  if (::fstat(fd.get(), &info) != 0) {
+    *error = SystemError("cannot read");
+    return false;
+  }
+  if (S_ISDIR(info.st_mode)) {
+    *error = from_stdin ? "standard input is a directory" : "is a directory";
+    return false;
+  }
+  const uint64_t size = S_ISREG(info.st_mode) ? static_cast<uint64_t>(info.st_size) : 0;
+  if (size > max_bytes) {
+    *error = "is " + std::to_string(size) + " bytes, over the input limit of " + Describe(max_bytes) +
+             " (--max-input-size raises it)";
+    return false;
+  }
+  return ReadAll(fd.get(), size, max_bytes, content, error);
+}
+
+bool ParseByteSize(const std::string& text, uint64_t* bytes) {
+  if (text.empty() || !std::isdigit(static_cast<unsigned char>(text[0]))) return false;
+  size_t end = 0;
+  unsigned long long value = 0;
+  try {
+    value = std::stoull(text, &end);
+  } catch (const std::exception&) {
+    return false;
+  }
+  std::string unit = text.substr(end);
+  if (!unit.empty() && (unit.back() == 'B' || unit.back() == 'b')) unit.pop_back();
+  if (unit.size() == 2 && (unit[1] == 'i' || unit[1] == 'I')) unit.pop_back();
+  int shift = 0;
+  if (unit.size() == 1) {
+    switch (std::tolower(static_cast<unsigned char>(unit[0]))) {
+      case 'k':
+        shift = 10;
+        break;
+      case 'm':
+        shift = 20;
+        break;
+      case 'g':
+        shift = 30;
+        break;
+      default:
+        return false;
+    }
+  } else if (!unit.empty()) {
+    return false;
+  }
+  if (value > (std::numeric_limits<uint64_t>::max() >> shift)) return false;
+  *bytes = static_cast<uint64_t>(value) << shift;
+  return true;
+}
+
+bool WriteOutput(const std::string& path, std::string_view bytes, const OutputPolicy& policy,
+                 std::string* error) {
+  std::string target;
+  if (!FollowLinks(path, &target, error)) return false;
+  const int named = NamedDescriptor(target);
+  if (named >= 0) {
+    struct stat info;
+    if (::fstat(named, &info) != 0) {
+      *error = SystemError("cannot write");
+      return false;
+    }
+    if (S_ISREG(info.st_mode) && IsAnInput(info, policy.inputs)) {
+      *error = "is also an input of this run; refusing to overwrite it";
+      return false;
+    }
+    return WriteThrough(named, bytes, error);
+  }
+
+  struct stat info;
+  if (::stat(target.c_str(), &info) != 0) {
+    if (errno != ENOENT) {
+      *error = SystemError("cannot write");
+      return false;
+    }
+    return ReplaceAtomically(target, nullptr, bytes, error);
+  }
+  if (S_ISDIR(info.st_mode)) {
+    *error = "is a directory";
+    return false;
+  }
+  if (S_ISBLK(info.st_mode)) {
+    *error = "is a block device; pcfg does not write to disks";
+    return false;
+  }
+  if (!S_ISREG(info.st_mode)) {
+    // A terminal, FIFO, socket or device such as /dev/null: write into it, never replace it.
+    Descriptor fd(::open(target.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
+    if (fd.get() < 0) {
+      *error = SystemError("cannot open");
+      return false;
+    }
+    if (!WriteThrough(fd.get(), bytes, error)) return false;
+    if (!fd.Close()) {
+      *error = SystemError("cannot write");
+      return false;
+    }
+    return true;
+  }
+  if (IsAnInput(info, policy.inputs)) {
+    *error = "is also an input of this run; refusing to overwrite it";
+    return false;
+  }
+  if (!policy.replace_read_only && ((info.st_mode & 0222) == 0 || ::access(target.c_str(), W_OK) != 0)) {
+    *error = "is read-only; left as it was (--force replaces it)";
+    return false;
+  }
+  return ReplaceAtomically(target, &info, bytes, error);
+}
+
+void RemoveTemporaryFilesOnSignals() {
+  struct sigaction action = {};
+  action.sa_handler = OnSignal;
+  sigemptyset(&action.sa_mask);
+  for (int signal : {SIGINT, SIGTERM, SIGHUP}) ::sigaction(signal, &action, nullptr);
+}
+
+}  // namespace pcfg

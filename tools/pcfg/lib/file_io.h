@@ -1,0 +1,41 @@
+// Reading and writing the files pcfg works on, for every kind of file a user may name. Input is
+// read whole, once, with a size limit checked before the bulk of it is read. Output to a plain
+// file replaces it atomically (a temporary file beside it, then a rename), keeping its mode and,
+// where the process may, its owner; output to anything else (standard output, a terminal, a
+// FIFO, a character device) is written through; a symbolic link is followed to its target.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace pcfg {
+
+// Configurations are a few hundred kilobytes; this leaves room for generated ones a hundred
+// times that, and can be raised with --max-input-size.
+constexpr uint64_t kDefaultMaxInputBytes = 64ull << 20;
+
+// Reads all of PATH ("-": standard input). Refuses a directory, and input over MAX_BYTES (from
+// the file's size before reading where it has one, otherwise as soon as the limit is passed).
+// On failure returns false and says why in ERROR.
+bool ReadInput(const std::string& path, uint64_t max_bytes, std::string* content, std::string* error);
+
+// "64M", "1g", "4096", "512k": a byte count; false for anything else.
+bool ParseByteSize(const std::string& text, uint64_t* bytes);
+
+struct OutputPolicy {
+  bool replace_read_only = false;   // replace a plain file that grants no write permission
+  std::vector<std::string> inputs;  // files this run reads, which it must not overwrite
+};
+
+// Writes BYTES to PATH ("-": standard output) as the file comment above says. On failure returns
+// false, says why in ERROR, and leaves an existing file as it was.
+bool WriteOutput(const std::string& path, std::string_view bytes, const OutputPolicy& policy,
+                 std::string* error);
+
+// Makes SIGINT, SIGTERM and SIGHUP remove a temporary file that is being written before the
+// process ends as the signal says. Call once, early in main.
+void RemoveTemporaryFilesOnSignals();
+
+}  // namespace pcfg
