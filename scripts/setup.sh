@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building and testing need, when they are missing.
+# Installs the Debian packages that building and testing need, when they are missing, then the
+# pinned npm tools (buf, sarif-multitool) into node_modules/ with `npm ci`.
 # Idempotent; runs apt-get as root or through sudo.
 set -euo pipefail
+cd "$(dirname "$0")/.."
 
 packages=(
   build-essential cmake pkg-config
@@ -9,6 +11,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev
   graphviz blueprint-tools binutils
+  python3 python3-protobuf
 )
 
 missing=()
@@ -18,16 +21,30 @@ for package in "${packages[@]}"; do
   fi
 done
 
+# Node.js and npm come from whatever the machine has; Debian's packages when there is none.
+command -v npm >/dev/null || missing+=(nodejs npm)
+
 if [ ${#missing[@]} -eq 0 ]; then
   echo "setup: all ${#packages[@]} packages are installed"
-  exit 0
+else
+  sudo=""
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || { echo "setup: need root or sudo to install: ${missing[*]}" >&2; exit 1; }
+    sudo="sudo"
+  fi
+  echo "setup: installing ${missing[*]}"
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
 
-sudo=""
-if [ "$(id -u)" -ne 0 ]; then
-  command -v sudo >/dev/null || { echo "setup: need root or sudo to install: ${missing[*]}" >&2; exit 1; }
-  sudo="sudo"
+# npm tools, exactly as package-lock.json pins them. `npm ci` starts from an empty node_modules,
+# so it runs only when the lock file changed since the last install (or nothing is installed).
+stamp=node_modules/.setup-lock.sha256
+want=$(sha256sum package-lock.json | cut -d' ' -f1)
+if [ -f "$stamp" ] && [ "$(cat "$stamp")" = "$want" ] && [ -x node_modules/.bin/buf ]; then
+  echo "setup: npm tools are installed ($(node_modules/.bin/buf --version 2>/dev/null | head -1 | sed 's/^/buf /'))"
+else
+  echo "setup: installing the npm tools of package-lock.json"
+  npm ci --no-audit --no-fund --loglevel=error
+  echo "$want" >"$stamp"
 fi
-echo "setup: installing ${missing[*]}"
-$sudo apt-get update -qq
-DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"

@@ -1,0 +1,1 @@
+"""Generated modules of the schema files in includes/ (includes/enums.proto, includes/optionals.proto)."""

@@ -1,0 +1,1 @@
+"""The generated module of peripheral.config.proto (config_pb2)."""
