@@ -147,6 +147,8 @@ std::vector<Diagnostic> RunChecks(const LoadedConfig& loaded, const CheckOptions
       const LoadedConfig::Location location = loaded.Locate(item.path);
       d.line = location.line;
       d.column = location.column;
+      d.byte_offset = location.byte_offset;
+      d.byte_length = location.byte_length;
       d.severity = options.werror ? Severity::kError : rule.severity;
       d.rule = rule.id;
       d.path = item.path.ToString();

@@ -41,6 +41,7 @@ void PrintDiagnosticsJson(std::ostream& out, const std::vector<Diagnostic>& diag
     array.push_back({{"file", d.file},
                      {"line", d.line},
                      {"column", d.column},
+                     {"byte_offset", d.byte_offset >= 0 ? Json(d.byte_offset) : Json(nullptr)},
                      {"severity", SeverityName(d.severity)},
                      {"rule", d.rule},
                      {"path", d.path},

@@ -15,8 +15,10 @@ const char* SeverityName(Severity severity);
 
 struct Diagnostic {
   std::string file;
-  int line = 0;    // 1-based; 0 when unknown
-  int column = 0;  // 1-based; 0 when unknown
+  int line = 0;          // 1-based; 0 when unknown
+  int column = 0;        // 1-based; 0 when unknown
+  int byte_offset = -1;  // binary input: where the field's record starts; -1 when unknown
+  int byte_length = 0;
   Severity severity = Severity::kError;
   std::string rule;  // empty for load errors
   std::string path;  // field path, may be empty

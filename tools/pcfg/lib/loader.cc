@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "walk.h"
+#include "wire_location.h"
 
 namespace pcfg {
 namespace {
@@ -208,6 +209,13 @@ bool CheckStringsAreUtf8(const LoadedConfig& loaded, std::vector<Diagnostic>* di
 }  // namespace
 
 LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
+  if (format == Format::kBinary) {
+    const WireSpan span = LocateInWire(raw, Config::descriptor(), path);
+    Location location;
+    location.byte_offset = span.offset;
+    location.byte_length = span.length;
+    return location;
+  }
   if (format != Format::kText) return {};
   if (!locations_) {
     // The first diagnostic that needs a position pays for a second parse that records them all.
@@ -227,7 +235,8 @@ LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
     if (field == nullptr || field->is_repeated() != (step.index >= 0)) break;
     const gp::TextFormat::ParseLocation location = tree->GetLocation(field, step.index);
     if (location.line < 0) break;
-    best = {location.line + 1, location.column + 1};
+    best.line = location.line + 1;
+    best.column = location.column + 1;
     if (field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE) break;
     tree = tree->GetTreeForNested(field, step.index);
     type = field->message_type();

@@ -27,10 +27,13 @@ class LoadedConfig {
   Config config;
 
   struct Location {
-    int line = 0;  // 1-based; 0 when unknown
+    int line = 0;  // text: 1-based; 0 when unknown
     int column = 0;
+    int byte_offset = -1;  // binary: the record of the field; -1 when unknown
+    int byte_length = 0;
   };
-  // Where text input gives the deepest field of PATH that it names; nothing for other forms.
+  // Where the input holds the deepest field of PATH that it names: line and column of text,
+  // byte offset and length of binary; nothing for JSON.
   Location Locate(const FieldPath& path) const;
 
  private:

@@ -73,6 +73,8 @@ Json Location(const Diagnostic& d) {
     Json region = {{"startLine", d.line}};
     if (d.column > 0) region["startColumn"] = d.column;
     physical["region"] = region;
+  } else if (d.byte_offset >= 0) {
+    physical["region"] = {{"byteOffset", d.byte_offset}, {"byteLength", d.byte_length}};
   }
   Json location = {{"physicalLocation", physical}};
   if (!d.path.empty())
