@@ -163,17 +163,6 @@ TEST(Rules, CyclesAreReportedOncePerGroupOfMutualDependencies) {
     std::vector<std::string> paths;
     const char* fragment;
   };
-  auto chain_back_to_first = [](int count) {
-    // p0 -> p1 -> ... -> p(n-1), and each also depends on p0: one group, many cycles.
-    std::string text;
-    for (int i = 0; i < count; ++i) {
-      text += "peripherals { id: \"p" + std::to_string(i) + "\"";
-      if (i + 1 < count) text += " dependencies { peripheral_id: \"p" + std::to_string(i + 1) + "\" }";
-      if (i > 0) text += " dependencies { peripheral_id: \"p0\" }";
-      text += " }\n";
-    }
-    return text;
-  };
   auto ring = [](int count) {
     std::string text;
     for (int i = 0; i < count; ++i)
@@ -198,7 +187,7 @@ TEST(Rules, CyclesAreReportedOncePerGroupOfMutualDependencies) {
        {"peripherals[1].dependencies[0].peripheral_id", "peripherals[2].dependencies[0].peripheral_id"},
        "r0 -> r1 -> r0"},
       {"10,000 in a chain back to the first: one finding, the shortest cycle",
-       chain_back_to_first(10000),
+       pcfg_test::ChainBackToFirst(10000),
        {"peripherals[1].dependencies[1].peripheral_id"},
        "p0 -> p1 -> p0 (one cycle among 10000 peripherals"},
       {"a long ring is named by its ends",

@@ -16,9 +16,7 @@ using pcfg_test::Pcfg;
 using pcfg_test::ReadFile;
 using pcfg_test::WriteFile;
 
-const char kHeader[] =
-    "# proto-file: peripheralconfig/proto/peripheral.config.proto\n"
-    "# proto-message: Talvo.Peripherals.Config.Models.PeripheralConfig\n";
+const std::string kHeader = pcfg::kTextHeader;
 
 const char kBase[] = R"(
 device_info { device_name: HARDWARE_TREVIL3 soc_name: "sm8550" }
@@ -246,7 +244,7 @@ const char kMessy[] =
 TEST(Fmt, PrintsTheCanonicalFormIdempotently) {
   const auto first = Pcfg({"fmt", Written("messy.txtpb", kMessy)});
   ASSERT_EQ(first.status, 0) << first.err;
-  EXPECT_EQ(first.out, std::string(kHeader) +
+  EXPECT_EQ(first.out, kHeader +
                            "device_info {\n  device_name: HARDWARE_TREVIL3\n  soc_name: \"sm8550\"\n}\n"
                            "peripherals {\n  id: \"cam\"\n  type: PERIPHERAL_TYPE_CAMERA\n}\n"
                            "physical_cameras {\n  peripheral_id: \"cam\"\n  model: CAMERA_MODEL_OV7251\n}\n");
@@ -320,7 +318,7 @@ TEST(Fmt, InPlaceRewritesOnlyWhatItMayAndMust) {
        "device_info { soc_name: \"a#b\" }\nperipherals { id: 'x\\'#' }\n",
        {},
        0,
-       std::string(kHeader) + "device_info {\n  soc_name: \"a#b\"\n}\nperipherals {\n  id: \"x\\'#\"\n}\n",
+       kHeader + "device_info {\n  soc_name: \"a#b\"\n}\nperipherals {\n  id: \"x\\'#\"\n}\n",
        ": formatted"},
       {"--drop-comments proceeds",
        std::string(kMessy) + "# gone\n",

@@ -70,17 +70,6 @@ struct HostileCase {
   bool needs_root = false;
 };
 
-std::string LongChainBackToFirst(int count) {
-  std::string text;
-  for (int i = 0; i < count; ++i) {
-    text += "peripherals { id: \"p" + std::to_string(i) + "\"";
-    if (i + 1 < count) text += " dependencies { peripheral_id: \"p" + std::to_string(i + 1) + "\" }";
-    if (i > 0) text += " dependencies { peripheral_id: \"p0\" }";
-    text += " }\n";
-  }
-  return text;
-}
-
 const HostileCase kCases[] = {
     // ---- inputs that are not configurations ----
     {"DirectoryAsInputOfEveryCommand",
@@ -322,7 +311,7 @@ const HostileCase kCases[] = {
      2, "over the input limit of 10 bytes"},
     {"CyclesOfATenThousandChainAreOneFinding",
      [](const std::string& dir) {
-       return Pcfg({"check", Put(dir, "chain.txtpb", LongChainBackToFirst(10000))});
+       return Pcfg({"check", Put(dir, "chain.txtpb", pcfg_test::ChainBackToFirst(10000))});
      },
      1, "dependency cycle: p0 -> p1 -> p0 (one cycle among 10000 peripherals",
      [](const std::string&, const std::string& out) { EXPECT_LT(out.size(), 1000u) << out.substr(0, 2000); }},
@@ -337,6 +326,9 @@ const HostileCase kCases[] = {
        EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 6) << out;
      }},
 };
+
+// Rows are named by their names, in test listings too.
+void PrintTo(const HostileCase& c, std::ostream* out) { *out << c.name; }
 
 class HostileInput : public testing::TestWithParam<HostileCase> {};
 

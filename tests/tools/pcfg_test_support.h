@@ -95,6 +95,19 @@ inline Run Pcfg(const std::vector<std::string>& args, const std::string& stdin_t
   return Shell(PcfgCommandLine(args) + " <" + Quote(Written("stdin", stdin_text)));
 }
 
+// COUNT peripherals p0 -> p1 -> ... -> p(COUNT-1), each also depending on p0: one group of
+// mutual dependencies with COUNT - 1 cycles through p0.
+inline std::string ChainBackToFirst(int count) {
+  std::string text;
+  for (int i = 0; i < count; ++i) {
+    text += "peripherals { id: \"p" + std::to_string(i) + "\"";
+    if (i + 1 < count) text += " dependencies { peripheral_id: \"p" + std::to_string(i + 1) + "\" }";
+    if (i > 0) text += " dependencies { peripheral_id: \"p0\" }";
+    text += " }\n";
+  }
+  return text;
+}
+
 inline std::string ExamplePath(const std::string& name) {
   return std::string(PCFG_SOURCE_DIR) + "/examples/" + name;
 }

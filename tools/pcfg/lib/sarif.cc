@@ -13,17 +13,8 @@ namespace {
 // Results that are not a rule's (a file that cannot be read or parsed) carry this rule id.
 const char kLoadErrorRule[] = "load-error";
 
-const char* Level(Severity severity) {
-  switch (severity) {
-    case Severity::kNote:
-      return "note";
-    case Severity::kWarning:
-      return "warning";
-    case Severity::kError:
-      return "error";
-  }
-  return "error";
-}
+// SARIF's levels are pcfg's severities by the same names.
+const char* Level(Severity severity) { return SeverityName(severity); }
 
 // A URI reference for FILE: relative to the working folder when it lies below it, otherwise an
 // absolute file: URI; every byte outside the unreserved set and '/' percent-encoded.

@@ -4,15 +4,14 @@
 
 namespace pcfg {
 
-void PrintShowJson(std::ostream& out, const ShowFacts& facts) {
-  auto optional = [](const auto& value) { return value ? Json(*value) : Json(nullptr); };
+namespace {
 
-  Json types = Json::object();
-  for (const auto& [type, count] : facts.type_counts) types[type] = count;
+template <typename T>
+Json Optional(const std::optional<T>& value) {
+  return value ? Json(*value) : Json(nullptr);
+}
 
-  Json order = Json::array();
-  for (const ShowFacts::Step& step : facts.bring_up) order.push_back({{"id", step.id}, {"type", step.type}});
-
+Json Cameras(const ShowFacts& facts) {
   Json cameras = Json::array();
   for (const ShowFacts::Camera& camera : facts.cameras) {
     Json options = nullptr;
@@ -23,21 +22,32 @@ void PrintShowJson(std::ostream& out, const ShowFacts& facts) {
                        {"is_template", camera.is_template},
                        {"model", camera.model},
                        {"driver", camera.driver},
-                       {"system_type", optional(camera.system_type)},
+                       {"system_type", Optional(camera.system_type)},
                        {"system_options", options}});
   }
+  return cameras;
+}
+
+}  // namespace
+
+void PrintShowJson(std::ostream& out, const ShowFacts& facts) {
+  Json types = Json::object();
+  for (const auto& [type, count] : facts.type_counts) types[type] = count;
+
+  Json order = Json::array();
+  for (const ShowFacts::Step& step : facts.bring_up) order.push_back({{"id", step.id}, {"type", step.type}});
 
   Json sets = Json::array();
   for (const ShowFacts::CameraSet& set : facts.camera_sets)
     sets.push_back({{"id", set.id},
                     {"members", set.members},
                     {"sync_period_us", set.sync_period_us},
-                    {"cadmor_camera_set_id", optional(set.cadmor_set_id)}});
+                    {"cadmor_camera_set_id", Optional(set.cadmor_set_id)}});
 
   Json logical = Json::array();
   for (const ShowFacts::LogicalCamera& camera : facts.logical_cameras)
     logical.push_back(
-        {{"id", camera.id}, {"members", camera.members}, {"primary", optional(camera.primary)}});
+        {{"id", camera.id}, {"members", camera.members}, {"primary", Optional(camera.primary)}});
 
   Json streams = Json::array();
   for (const ShowFacts::StreamConfig& stream : facts.stream_configs)
@@ -59,7 +69,7 @@ void PrintShowJson(std::ostream& out, const ShowFacts& facts) {
       {"peripheral_count", facts.peripheral_count},
       {"peripheral_types", types},
       {"bring_up", {{"complete", facts.left_out.empty()}, {"order", order}, {"left_out", facts.left_out}}},
-      {"physical_cameras", cameras},
+      {"physical_cameras", Cameras(facts)},
       {"camera_sets", sets},
       {"logical_cameras", logical},
       {"stream_configs", streams},

@@ -65,6 +65,69 @@ bool Heading(std::ostream& out, const char* title, size_t count) {
 
 std::string OrDash(const std::string& text) { return text.empty() ? "-" : text; }
 
+void PrintPeripherals(std::ostream& out, const ShowFacts& facts) {
+  if (!Heading(out, "Peripherals", facts.peripheral_count)) return;
+  Table counts({"TYPE", "COUNT"});
+  for (const auto& [type, count] : facts.type_counts) counts.Add({type, std::to_string(count)});
+  counts.AlignRight(1).Print(out);
+
+  out << "\nBring-up order (dependencies first):\n";
+  Table order({"#", "ID", "TYPE"});
+  for (size_t i = 0; i < facts.bring_up.size(); ++i)
+    order.Add({std::to_string(i + 1), facts.bring_up[i].id, facts.bring_up[i].type});
+  order.AlignRight(0).Print(out);
+  if (!facts.left_out.empty())
+    out << "\nDEPENDENCY CYCLE: " << facts.left_out.size()
+        << " peripheral(s) on or behind a cycle are left out of the bring-up order: " << Join(facts.left_out)
+        << " (pcfg check names the cycle)\n";
+}
+
+void PrintCameras(std::ostream& out, const ShowFacts& facts) {
+  if (!Heading(out, "Physical cameras", facts.cameras.size())) return;
+  Table cameras({"ID", "MODEL", "DRIVER", "SYSTEM TYPE", "SYSTEM OPTIONS"});
+  for (const ShowFacts::Camera& camera : facts.cameras) {
+    std::string options = "-";
+    if (camera.options)
+      options = "system_options[" + std::to_string(camera.options->index) + "] " +
+                (camera.options->member.empty() ? "(no member set)" : camera.options->member);
+    else if (camera.system_type)
+      options = "none";
+    cameras.Add({camera.id + (camera.is_template ? " (template)" : ""), camera.model, camera.driver,
+                 camera.system_type.value_or("- (not in registry)"), options});
+  }
+  cameras.Print(out);
+}
+
+// Camera sets, logical cameras, stream configurations and the HAL pipeline table.
+void PrintGroups(std::ostream& out, const ShowFacts& facts) {
+  if (Heading(out, "Camera sets", facts.camera_sets.size())) {
+    Table sets({"ID", "SYNC PERIOD (us)", "CADMOR SET", "MEMBERS"});
+    for (const ShowFacts::CameraSet& set : facts.camera_sets)
+      sets.Add({set.id, std::to_string(set.sync_period_us),
+                set.cadmor_set_id ? std::to_string(*set.cadmor_set_id) : "-", OrDash(Join(set.members))});
+    sets.AlignRight(1).AlignRight(2).Print(out);
+  }
+  if (Heading(out, "Logical cameras", facts.logical_cameras.size())) {
+    Table logical({"ID", "PRIMARY", "MEMBERS"});
+    for (const ShowFacts::LogicalCamera& camera : facts.logical_cameras)
+      logical.Add({camera.id, camera.primary.value_or("-"), OrDash(Join(camera.members))});
+    logical.Print(out);
+  }
+  if (Heading(out, "Stream configurations", facts.stream_configs.size())) {
+    Table streams({"ID", "FRAME TYPE", "CAMERA TYPE", "DEFAULT", "MEMBERS"});
+    for (const ShowFacts::StreamConfig& stream : facts.stream_configs)
+      streams.Add({stream.id, stream.frame_type, stream.camera_type, stream.is_default ? "yes" : "no",
+                   OrDash(Join(stream.members))});
+    streams.Print(out);
+  }
+  if (Heading(out, "HAL pipelines", facts.hal_pipelines.size())) {
+    Table pipelines({"SYSTEM TYPE", "PIPELINE", "STREAMS"});
+    for (const ShowFacts::Pipeline& pipeline : facts.hal_pipelines)
+      pipelines.Add({pipeline.system_type, pipeline.pipeline, OrDash(Join(pipeline.streams))});
+    pipelines.Print(out);
+  }
+}
+
 }  // namespace
 
 void PrintShowText(std::ostream& out, const ShowFacts& facts) {
@@ -73,67 +136,9 @@ void PrintShowText(std::ostream& out, const ShowFacts& facts) {
       {"Device", facts.device.name + (facts.device.alias.empty() ? "" : " (" + facts.device.alias + ")")});
   head.Add({"SoC", OrDash(facts.device.soc)});
   head.Print(out, "");
-
-  if (Heading(out, "Peripherals", facts.peripheral_count)) {
-    Table counts({"TYPE", "COUNT"});
-    for (const auto& [type, count] : facts.type_counts) counts.Add({type, std::to_string(count)});
-    counts.AlignRight(1).Print(out);
-
-    out << "\nBring-up order (dependencies first):\n";
-    Table order({"#", "ID", "TYPE"});
-    for (size_t i = 0; i < facts.bring_up.size(); ++i)
-      order.Add({std::to_string(i + 1), facts.bring_up[i].id, facts.bring_up[i].type});
-    order.AlignRight(0).Print(out);
-    if (!facts.left_out.empty())
-      out << "\nDEPENDENCY CYCLE: " << facts.left_out.size()
-          << " peripheral(s) on or behind a cycle are left out of the bring-up order: "
-          << Join(facts.left_out) << " (pcfg check names the cycle)\n";
-  }
-
-  if (Heading(out, "Physical cameras", facts.cameras.size())) {
-    Table cameras({"ID", "MODEL", "DRIVER", "SYSTEM TYPE", "SYSTEM OPTIONS"});
-    for (const ShowFacts::Camera& camera : facts.cameras) {
-      std::string options = "-";
-      if (camera.options)
-        options = "system_options[" + std::to_string(camera.options->index) + "] " +
-                  (camera.options->member.empty() ? "(no member set)" : camera.options->member);
-      else if (camera.system_type)
-        options = "none";
-      cameras.Add({camera.id + (camera.is_template ? " (template)" : ""), camera.model, camera.driver,
-                   camera.system_type.value_or("- (not in registry)"), options});
-    }
-    cameras.Print(out);
-  }
-
-  if (Heading(out, "Camera sets", facts.camera_sets.size())) {
-    Table sets({"ID", "SYNC PERIOD (us)", "CADMOR SET", "MEMBERS"});
-    for (const ShowFacts::CameraSet& set : facts.camera_sets)
-      sets.Add({set.id, std::to_string(set.sync_period_us),
-                set.cadmor_set_id ? std::to_string(*set.cadmor_set_id) : "-", OrDash(Join(set.members))});
-    sets.AlignRight(1).AlignRight(2).Print(out);
-  }
-
-  if (Heading(out, "Logical cameras", facts.logical_cameras.size())) {
-    Table logical({"ID", "PRIMARY", "MEMBERS"});
-    for (const ShowFacts::LogicalCamera& camera : facts.logical_cameras)
-      logical.Add({camera.id, camera.primary.value_or("-"), OrDash(Join(camera.members))});
-    logical.Print(out);
-  }
-
-  if (Heading(out, "Stream configurations", facts.stream_configs.size())) {
-    Table streams({"ID", "FRAME TYPE", "CAMERA TYPE", "DEFAULT", "MEMBERS"});
-    for (const ShowFacts::StreamConfig& stream : facts.stream_configs)
-      streams.Add({stream.id, stream.frame_type, stream.camera_type, stream.is_default ? "yes" : "no",
-                   OrDash(Join(stream.members))});
-    streams.Print(out);
-  }
-
-  if (Heading(out, "HAL pipelines", facts.hal_pipelines.size())) {
-    Table pipelines({"SYSTEM TYPE", "PIPELINE", "STREAMS"});
-    for (const ShowFacts::Pipeline& pipeline : facts.hal_pipelines)
-      pipelines.Add({pipeline.system_type, pipeline.pipeline, OrDash(Join(pipeline.streams))});
-    pipelines.Print(out);
-  }
+  PrintPeripherals(out, facts);
+  PrintCameras(out, facts);
+  PrintGroups(out, facts);
 }
 
 }  // namespace pcfg
