@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# shellcheck disable=SC2034  # A_CMD, A_IN, B_CMD, B_IN and SAME are read by run() and pair() through namerefs
 # pcfg against its peers, as whole processes: protoc --encode/--decode on the same text and binary,
 # buf convert when it is installed, and pcfg's JSON load against its text load. Inputs are
 # examples/headset.txtpb scaled 1, 10 and 100 times (benchmarks/compare/scale_config.cc), in the
@@ -8,7 +9,7 @@
 # set size of each side.
 #
 #   benchmarks/compare.sh [--build DIR] [--pcfg PATH] [--protoc PATH] [--buf PATH|none]
-#                         [--runs N] [--scales "1 10 100"] [--scratch DIR] [--gbench]
+#                         [--runs N] [--scales "1 10 100"] [--scratch DIR] [--gbench] [--startup]
 #
 # --build DIR  a build tree to use (default build-release): configured as a Release build with
 #              benchmarks if it has no CMakeCache.txt yet; the helpers (and pcfg, unless --pcfg
@@ -21,7 +22,11 @@
 # --runs N     timed runs of each side per row (default 11).
 # --gbench     also run the Google Benchmark figures (checks, keyed diff and loading at 10,000
 #              peripherals) from DIR/benchmarks.
-# Variables BUILD, PCFG, PROTOC, BUF, RUNS, SCALES, SCRATCH and GBENCH=1 do the same.
+# --startup   also run the library start-up probe (benchmarks/startup) of DIR on the example's
+#              binary form. To probe another protobuf runtime, build it in a tree of its own (see
+#              docs/performance.md) and run its startup-probe the same way.
+# --scales ""  leaves out the whole-process comparisons (with --gbench or --startup).
+# Variables BUILD, PCFG, PROTOC, BUF, RUNS, SCALES, SCRATCH, GBENCH=1 and STARTUP=1 do the same.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -33,8 +38,9 @@ runs=${RUNS:-11}
 scales=${SCALES:-"1 10 100"}
 scratch=${SCRATCH:-}
 gbench=${GBENCH:-0}
+startup=${STARTUP:-0}
 
-usage() { sed -n '2,/^set -euo/p' "${BASH_SOURCE[0]}" | sed '$d; s/^# \{0,1\}//' >&2; exit 2; }
+usage() { sed -n '3,/^set -euo/p' "${BASH_SOURCE[0]}" | sed '$d; s/^# \{0,1\}//' >&2; exit 2; }
 while [ $# -gt 0 ]; do
   case "$1" in
     --build) build=$2; shift 2 ;;
@@ -45,6 +51,7 @@ while [ $# -gt 0 ]; do
     --scales) scales=$2; shift 2 ;;
     --scratch) scratch=$2; shift 2 ;;
     --gbench) gbench=1; shift ;;
+    --startup) startup=1; shift ;;
     -h | --help) usage ;;
     *) echo "compare.sh: unknown argument $1" >&2; usage ;;
   esac
@@ -66,6 +73,7 @@ grep -q '^CMAKE_BUILD_TYPE:STRING=Release' "$build/CMakeCache.txt" ||
 targets=(scale-config measure-process)
 [ -n "$pcfg" ] || targets+=(pcfg)
 [ "$gbench" = 1 ] && targets+=(check-benchmark diff-benchmark)
+[ "$startup" = 1 ] && targets+=(startup-probe startup-baseline startup-protobuf-baseline)
 cmake --build "$build" -j2 --target "${targets[@]}" >/dev/null || die "building ${targets[*]} in $build failed"
 scale_config=$build/benchmarks/compare/scale-config
 measure=$build/benchmarks/compare/measure-process
@@ -76,7 +84,7 @@ command -v "$protoc" >/dev/null || die "no protoc ($protoc); install Debian's pr
 # buf: the pinned npm package's own binary (its JavaScript launcher would add node's start-up).
 if [ -z "$buf" ]; then
   case "$(uname -m)" in x86_64) arch=x64 ;; aarch64) arch=arm64 ;; *) arch=$(uname -m) ;; esac
-  for candidate in "$root/node_modules/@bufbuild/buf-$(uname -s | tr A-Z a-z)-$arch/bin/buf" \
+  for candidate in "$root/node_modules/@bufbuild/buf-$(uname -s | tr "[:upper:]" "[:lower:]")-$arch/bin/buf" \
     "$root/node_modules/.bin/buf"; do
     if [ -x "$candidate" ]; then buf=$candidate; break; fi
   done
@@ -236,11 +244,13 @@ for scale in $scales; do
   fi
 done
 
-echo "| case (pcfg / peer) | input | pcfg ms | peer ms | time ratio | CPU ratio | pcfg MiB | peer MiB | memory ratio | goal |"
-echo "|---|---|---:|---:|---:|---:|---:|---:|---:|---|"
-printf '%s\n' "${rows[@]}"
-echo
-echo "- load average after: $(cut -d' ' -f1-3 /proc/loadavg); raw samples (wall s, CPU s, peak KiB, status) in $scratch/results"
+if [ ${#rows[@]} -gt 0 ]; then
+  echo "| case (pcfg / peer) | input | pcfg ms | peer ms | time ratio | CPU ratio | pcfg MiB | peer MiB | memory ratio | goal |"
+  echo "|---|---|---:|---:|---:|---:|---:|---:|---:|---|"
+  printf '%s\n' "${rows[@]}"
+  echo
+  echo "- load average after: $(cut -d' ' -f1-3 /proc/loadavg); raw samples (wall s, CPU s, peak KiB, status) in $scratch/results"
+fi
 
 # ---- In-process figures from the Google Benchmark programs ----
 if [ "$gbench" = 1 ]; then
@@ -259,17 +269,32 @@ if [ "$gbench" = 1 ]; then
   echo "measuring the Google Benchmark programs ..." >&2
   gbench check-benchmark '^BM_CheckAllRules/10000$|^BM_Load/' >"$scratch/gbench.txt"
   gbench diff-benchmark '^BM_DiffEditedAndShuffled/10000$' >>"$scratch/gbench.txt"
-  check=$(figure BM_CheckAllRules/10000 3)
-  keyed_diff=$(figure BM_DiffEditedAndShuffled/10000 3)
-  json_text=$(awk -v j="$(figure json 3)" -v t="$(figure text 3)" 'BEGIN { if (t > 0) printf "%.2f", j / t }')
+  ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b > 0) printf "%.2f", a / b }'; }
+  check=$(figure BM_CheckAllRules/10000 4)
+  keyed_diff=$(figure BM_DiffEditedAndShuffled/10000 4)
+  json_text=$(ratio "$(figure json 4)" "$(figure text 4)")
   echo
-  echo "In-process, a synthetic configuration of 10,000 peripherals (benchmarks/synthetic_config.h), medians of 5:"
+  echo "In-process, a synthetic configuration of 10,000 peripherals (benchmarks/synthetic_config.h), medians"
+  echo "of 5. The programs are single-threaded, so goals are judged on CPU time, which on an idle"
+  echo "machine is the wall time and on a busy one leaves out the waiting for a core:"
   echo
   echo "| what | wall | CPU | goal |"
   echo "|---|---:|---:|---|"
-  echo "| all checks (\`check-benchmark\`, BM_CheckAllRules/10000) | $check ms | $(figure BM_CheckAllRules/10000 4) ms | < 100 ms: $(verdict "$check" 100) |"
-  echo "| keyed diff of an edited, shuffled copy (\`diff-benchmark\`, BM_DiffEditedAndShuffled/10000) | $keyed_diff ms | $(figure BM_DiffEditedAndShuffled/10000 4) ms | < 100 ms: $(verdict "$keyed_diff" 100) |"
+  echo "| all checks (\`check-benchmark\`, BM_CheckAllRules/10000) | $(figure BM_CheckAllRules/10000 3) ms | $check ms | < 100 ms: $(verdict "$check" 100) |"
+  echo "| keyed diff of an edited, shuffled copy (\`diff-benchmark\`, BM_DiffEditedAndShuffled/10000) | $(figure BM_DiffEditedAndShuffled/10000 3) ms | $keyed_diff ms | < 100 ms: $(verdict "$keyed_diff" 100) |"
   for form in binary text json; do
-    echo "| load from $form (\`check-benchmark\`, BM_Load) | $(figure $form 3) ms | $(figure $form 4) ms | $([ $form = json ] && echo "JSON / text $json_text; <= 1.2: $(verdict "$json_text" 1.2)") |"
+    echo "| load from $form (\`check-benchmark\`, BM_Load) | $(figure $form 3) ms | $(figure $form 4) ms | $([ $form = json ] && echo "JSON / text: wall $(ratio "$(figure json 3)" "$(figure text 3)"), CPU $json_text; <= 1.2: $(verdict "$json_text" 1.2)") |"
   done
+fi
+
+# ---- Library start-up ----
+if [ "$startup" = 1 ]; then
+  echo "measuring library start-up ..." >&2
+  "$scale_config" "$root/examples/headset.txtpb" 1 "$scratch/headset" >/dev/null || die "scale-config failed"
+  probe=$build/benchmarks/startup
+  echo
+  echo "Library start-up ($(ldd "$probe/startup-probe" | sed -n 's/.*\(libprotobuf\.so[^ ]*\) => \([^ ]*\).*/\2/p' | xargs -r readlink -f)):"
+  echo
+  "$probe/startup-probe" --runs 61 --baseline "$probe/startup-baseline" --baseline "$probe/startup-protobuf-baseline" \
+    "$scratch/headset.binpb" | sed 1,2d
 fi
