@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing need, when they are missing.
 # Idempotent; runs apt-get as root or through sudo.
+#   scripts/setup.sh [EXTRA-PACKAGE...]
 set -euo pipefail
 
 packages=(
@@ -10,6 +11,9 @@ packages=(
   libcli11-dev nlohmann-json3-dev
   graphviz blueprint-tools binutils
 )
+
+# Lanes that need more (the sanitizer lanes need clang) name their packages as arguments.
+packages+=("$@")
 
 missing=()
 for package in "${packages[@]}"; do
