@@ -105,10 +105,11 @@ for fuzzer in "${fuzzers[@]}"; do
   fi
   failed=1
   echo "fuzz-smoke: $name FAILED (exit $status) after $executions executions; log: $out/$name.log" >&2
-  grep -E -m 3 '^==[0-9]+==ERROR|runtime error:|ERROR: libFuzzer|^SUMMARY' "$out/$name.log" | sed 's/^/  | /' >&2 || true
+  grep -E -m 6 '^==[0-9]+== ?ERROR|runtime error:|^terminate called|^  what\(\):|^SUMMARY' "$out/$name.log" |
+    sed 's/^/  | /' >&2 || true
   for artifact in "$out/artifacts/$name-"*; do
     [ -e "$artifact" ] || continue
-    echo "fuzz-smoke: $name: saved input $artifact (replay: $fuzzer $artifact)" >&2
+    echo "fuzz-smoke: $name: saved input $artifact (replay: $(realpath "$fuzzer") $artifact)" >&2
   done
 done
 say "$total executions in all, $((SECONDS - start)) s"
