@@ -2,6 +2,7 @@
 # Installs the Debian packages that building and testing need, when they are missing, then the
 # pinned npm tools (buf, sarif-multitool) into node_modules/ with `npm ci`.
 # Idempotent; runs apt-get as root or through sudo.
+#   scripts/setup.sh [EXTRA-PACKAGE...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,6 +14,9 @@ packages=(
   graphviz blueprint-tools binutils
   python3 python3-protobuf
 )
+
+# Lanes that need more (the sanitizer lanes need clang) name their packages as arguments.
+packages+=("$@")
 
 missing=()
 for package in "${packages[@]}"; do
