@@ -2,6 +2,8 @@
 
 #include <iostream>
 
+#include "serialize.h"
+
 namespace pcfg::cli {
 
 void AddFormatOption(CLI::App& command, std::optional<Format>& format, const std::string& name,
@@ -80,11 +82,31 @@ void AddForceOption(CLI::App& command, OutputPolicy& policy) {
   command.add_flag("--force", policy.replace_read_only, "replace an output file even when it is read-only");
 }
 
+namespace {
+
+bool Reported(const std::string& path, bool written, const std::string& error) {
+  if (!written)
+    std::cerr << (path == "-" ? "<stdout>" : path) << ": error: " << error << " (nothing written)\n";
+  return written;
+}
+
+}  // namespace
+
 bool WriteOrReport(const std::string& path, std::string_view bytes, const OutputPolicy& policy) {
   std::string error;
-  if (WriteOutput(path, bytes, policy, &error)) return true;
-  std::cerr << (path == "-" ? "<stdout>" : path) << ": error: " << error << " (nothing written)\n";
-  return false;
+  return Reported(path, WriteOutput(path, bytes, policy, &error), error);
+}
+
+bool WriteConfigOrReport(const std::string& path, const Config& config, Format format,
+                         const OutputPolicy& policy) {
+  std::string error;
+  const bool written = WriteOutput(
+      path,
+      [&](google::protobuf::io::ZeroCopyOutputStream* out, std::string* reason) {
+        return PrintConfig(config, format, out, reason);
+      },
+      policy, &error);
+  return Reported(path, written, error);
 }
 
 bool SettleUnknownFields(LoadedConfig& loaded, bool drop) {

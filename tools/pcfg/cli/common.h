@@ -51,8 +51,11 @@ void AddRuleOptions(CLI::App& command, RuleSelection& selection);
 // Adds --force, which lets an output replace a read-only file.
 void AddForceOption(CLI::App& command, OutputPolicy& policy);
 
-// Writes BYTES to PATH (see WriteOutput); on failure says why on stderr and returns false.
+// Writes BYTES, or CONFIG in FORMAT, to PATH (see WriteOutput); on failure says why on stderr
+// and returns false.
 bool WriteOrReport(const std::string& path, std::string_view bytes, const OutputPolicy& policy = {});
+bool WriteConfigOrReport(const std::string& path, const Config& config, Format format,
+                         const OutputPolicy& policy = {});
 
 // Binary input may carry fields the schema does not know, which neither the text nor the JSON
 // form can carry back (the text form would keep them as numbers that no parser reads back).

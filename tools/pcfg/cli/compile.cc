@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "common.h"
-#include "serialize.h"
 
 namespace pcfg::cli {
 namespace {
@@ -33,15 +32,11 @@ int RunCompile(CompileOptions& options) {
   const std::string output = !options.output.empty() ? options.output
                              : options.input == "-"  ? "-"
                                                      : PathWithFormat(options.input, Format::kBinary);
-  std::string bytes, error;
-  if (!SerializeConfig(loaded.config, Format::kBinary, &bytes, &error)) {
-    std::cerr << loaded.file << ": error: " << error << '\n';
-    return kExitTrouble;
-  }
   options.policy.inputs = {options.input};
-  if (!WriteOrReport(output, bytes, options.policy)) return kExitTrouble;
+  if (!WriteConfigOrReport(output, loaded.config, Format::kBinary, options.policy)) return kExitTrouble;
+  // The size that the binary writer has just computed and cached.
   if (output != "-")
-    std::cerr << "pcfg: wrote " << output << " (" << bytes.size() << " bytes, "
+    std::cerr << "pcfg: wrote " << output << " (" << loaded.config.GetCachedSize() << " bytes, "
               << loaded.config.peripherals_size() << " peripherals)\n";
   return kExitOk;
 }

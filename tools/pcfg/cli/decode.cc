@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "common.h"
-#include "serialize.h"
 
 namespace pcfg::cli {
 namespace {
@@ -29,13 +28,8 @@ int RunDecode(DecodeOptions& options) {
   else if (options.output != "-" && FormatForPath(options.output) != Format::kBinary)
     to = FormatForPath(options.output);
   if (to != Format::kBinary && !SettleUnknownFields(loaded, options.drop_unknown)) return kExitTrouble;
-  std::string bytes, error;
-  if (!SerializeConfig(loaded.config, to, &bytes, &error)) {
-    std::cerr << loaded.file << ": error: " << error << '\n';
-    return kExitTrouble;
-  }
   options.policy.inputs = {options.input};
-  return WriteOrReport(options.output, bytes, options.policy) ? kExitOk : kExitTrouble;
+  return WriteConfigOrReport(options.output, loaded.config, to, options.policy) ? kExitOk : kExitTrouble;
 }
 
 }  // namespace

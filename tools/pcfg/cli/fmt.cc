@@ -75,7 +75,7 @@ int RunFmt(const FmtOptions& options) {
     if (!LoadOrReport(options.inputs[0], options.in.ToLoadOptions(Format::kText), &loaded) ||
         !SettleUnknownFields(loaded, options.drop_unknown))
       return kExitTrouble;
-    return WriteOrReport("-", CanonicalText(loaded.config)) ? kExitOk : kExitTrouble;
+    return WriteConfigOrReport("-", loaded.config, Format::kText) ? kExitOk : kExitTrouble;
   }
   bool trouble = false, unformatted = false;
   for (const std::string& input : options.inputs) {

@@ -2,13 +2,13 @@
 
 namespace pcfg {
 
-FieldPath FieldPath::Field(const std::string& name) const {
+FieldPath FieldPath::Field(std::string_view name) const {
   FieldPath extended = *this;
   extended.steps_.push_back({name, -1});
   return extended;
 }
 
-FieldPath FieldPath::Element(const std::string& repeated_name, int index) const {
+FieldPath FieldPath::Element(std::string_view repeated_name, int index) const {
   FieldPath extended = *this;
   extended.steps_.push_back({repeated_name, index});
   return extended;

@@ -1,6 +1,8 @@
 #include "file_io.h"
 
 #include <fcntl.h>
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -69,19 +71,6 @@ bool ReadAll(int fd, uint64_t expected, uint64_t max_bytes, std::string* content
     return false;
   }
   content->resize(used);
-  return true;
-}
-
-bool WriteAll(int fd, std::string_view bytes) {
-  size_t written = 0;
-  while (written < bytes.size()) {
-    const ssize_t n = ::write(fd, bytes.data() + written, bytes.size() - written);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    written += static_cast<size_t>(n);
-  }
   return true;
 }
 
@@ -202,17 +191,24 @@ bool IsAnInput(const struct stat& output, const std::vector<std::string>& inputs
   return false;
 }
 
-bool WriteThrough(int fd, std::string_view bytes, std::string* error) {
-  if (fd == STDOUT_FILENO) std::cout.flush();
-  if (fd == STDERR_FILENO) std::cerr.flush();
-  if (!WriteAll(fd, bytes)) {
-    *error = SystemError("cannot write");
-    return false;
-  }
-  return true;
+// Runs PRODUCE into a stream over FD and flushes it; false with the reason when either fails.
+bool Produce(int fd, const Producer& produce, std::string* error) {
+  google::protobuf::io::FileOutputStream stream(fd);
+  std::string reason;
+  const bool produced = produce(&stream, &reason);
+  if (stream.Flush() && produced) return true;
+  errno = stream.GetErrno();
+  *error = errno != 0 ? SystemError("cannot write") : reason;
+  return false;
 }
 
-bool ReplaceAtomically(const std::string& target, const struct stat* existing, std::string_view bytes,
+bool WriteThrough(int fd, const Producer& produce, std::string* error) {
+  if (fd == STDOUT_FILENO) std::cout.flush();
+  if (fd == STDERR_FILENO) std::cerr.flush();
+  return Produce(fd, produce, error);
+}
+
+bool ReplaceAtomically(const std::string& target, const struct stat* existing, const Producer& produce,
                        std::string* error) {
   TemporaryFile temporary(DirectoryOf(target), BaseNameOf(target));
   if (temporary.fd() < 0) {
@@ -229,7 +225,8 @@ bool ReplaceAtomically(const std::string& target, const struct stat* existing, s
     ::umask(mask);
     ::fchmod(temporary.fd(), 0666 & ~mask);
   }
-  if (!WriteAll(temporary.fd(), bytes) || ::fsync(temporary.fd()) != 0) {
+  if (!Produce(temporary.fd(), produce, error)) return false;
+  if (::fsync(temporary.fd()) != 0) {
     *error = SystemError("cannot write");
     return false;
   }
@@ -308,6 +305,18 @@ bool ParseByteSize(const std::string& text, uint64_t* bytes) {
 
 bool WriteOutput(const std::string& path, std::string_view bytes, const OutputPolicy& policy,
                  std::string* error) {
+  return WriteOutput(
+      path,
+      [bytes](google::protobuf::io::ZeroCopyOutputStream* out, std::string*) {
+        google::protobuf::io::CodedOutputStream coded(out);
+        coded.WriteRaw(bytes.data(), static_cast<int>(bytes.size()));
+        return !coded.HadError();
+      },
+      policy, error);
+}
+
+bool WriteOutput(const std::string& path, const Producer& produce, const OutputPolicy& policy,
+                 std::string* error) {
   std::string target;
   if (!FollowLinks(path, &target, error)) return false;
   const int named = NamedDescriptor(target);
@@ -321,7 +330,7 @@ bool WriteOutput(const std::string& path, std::string_view bytes, const OutputPo
       *error = "is also an input of this run; refusing to overwrite it";
       return false;
     }
-    return WriteThrough(named, bytes, error);
+    return WriteThrough(named, produce, error);
   }
 
   struct stat info;
@@ -330,7 +339,7 @@ bool WriteOutput(const std::string& path, std::string_view bytes, const OutputPo
       *error = SystemError("cannot write");
       return false;
     }
-    return ReplaceAtomically(target, nullptr, bytes, error);
+    return ReplaceAtomically(target, nullptr, produce, error);
   }
   if (S_ISDIR(info.st_mode)) {
     *error = "is a directory";
@@ -347,7 +356,7 @@ bool WriteOutput(const std::string& path, std::string_view bytes, const OutputPo
       *error = SystemError("cannot open");
       return false;
     }
-    if (!WriteThrough(fd.get(), bytes, error)) return false;
+    if (!WriteThrough(fd.get(), produce, error)) return false;
     if (!fd.Close()) {
       *error = SystemError("cannot write");
       return false;
@@ -362,7 +371,7 @@ bool WriteOutput(const std::string& path, std::string_view bytes, const OutputPo
     *error = "is read-only; left as it was (--force replaces it)";
     return false;
   }
-  return ReplaceAtomically(target, &info, bytes, error);
+  return ReplaceAtomically(target, &info, produce, error);
 }
 
 void RemoveTemporaryFilesOnSignals() {

@@ -5,7 +5,10 @@
 // FIFO, a character device) is written through; a symbolic link is followed to its target.
 #pragma once
 
+#include <google/protobuf/io/zero_copy_stream.h>
+
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,8 +32,13 @@ struct OutputPolicy {
   std::vector<std::string> inputs;  // files this run reads, which it must not overwrite
 };
 
-// Writes BYTES to PATH ("-": standard output) as the file comment above says. On failure returns
-// false, says why in ERROR, and leaves an existing file as it was.
+// Writes what PRODUCE puts into the stream it is given to PATH ("-": standard output), as the
+// file comment above says; PRODUCE says why it fails in its ERROR. On failure returns false,
+// says why in ERROR, and leaves an existing plain file as it was.
+using Producer = std::function<bool(google::protobuf::io::ZeroCopyOutputStream* out, std::string* error)>;
+bool WriteOutput(const std::string& path, const Producer& produce, const OutputPolicy& policy,
+                 std::string* error);
+// The same for bytes already in memory.
 bool WriteOutput(const std::string& path, std::string_view bytes, const OutputPolicy& policy,
                  std::string* error);
 

@@ -180,18 +180,19 @@ bool ParseBinary(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
   return false;
 }
 
+bool IsString(const gp::FieldDescriptor* field) { return field->type() == gp::FieldDescriptor::TYPE_STRING; }
+
 // Text and JSON parsers accept strings that the wire format rejects; refuse them here, so that
 // nothing compiled from them fails to parse on the device.
 bool CheckStringsAreUtf8(const LoadedConfig& loaded, std::vector<Diagnostic>* diagnostics) {
+  static const FieldWalk strings(Config::descriptor(), IsString);
   bool ok = true;
-  ForEachSetScalar(loaded.config, [&](const ScalarValue& value, const FieldPath& path) {
-    if (value.field->type() != gp::FieldDescriptor::TYPE_STRING) return;
-    const gp::Reflection* reflection = value.message.GetReflection();
+  strings.ForEachValue(loaded.config, [&](const ScalarValue& value, const FieldPath& path) {
     std::string scratch;
     const std::string& text =
         value.index < 0
-            ? reflection->GetStringReference(value.message, value.field, &scratch)
-            : reflection->GetRepeatedStringReference(value.message, value.field, value.index, &scratch);
+            ? value.reflection->GetStringReference(value.message, value.field, &scratch)
+            : value.reflection->GetRepeatedStringReference(value.message, value.field, value.index, &scratch);
     // The very check the wire parser makes, so that text accepted here parses on the device.
     if (gp::internal::IsStructurallyValidUTF8(text.data(), static_cast<int>(text.size()))) return;
     const FieldPath where = value.PathFrom(path);
@@ -207,6 +208,29 @@ bool CheckStringsAreUtf8(const LoadedConfig& loaded, std::vector<Diagnostic>* di
 }
 
 }  // namespace
+
+namespace {
+
+google::protobuf::ArenaOptions LargeBlocks() {
+  google::protobuf::ArenaOptions options;
+  options.start_block_size = 64 << 10;
+  options.max_block_size = 1 << 20;
+  return options;
+}
+
+}  // namespace
+
+LoadedConfig::LoadedConfig()
+    : arena_(std::make_unique<google::protobuf::Arena>(LargeBlocks())),
+      config(*google::protobuf::Arena::CreateMessage<Config>(arena_.get())) {}
+
+LoadedConfig::LoadedConfig(LoadedConfig&& other) noexcept
+    : arena_(std::move(other.arena_)),
+      file(std::move(other.file)),
+      format(other.format),
+      raw(std::move(other.raw)),
+      config(other.config),
+      locations_(std::move(other.locations_)) {}
 
 LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
   if (format == Format::kBinary) {
@@ -231,7 +255,7 @@ LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
   const gp::Descriptor* type = Config::descriptor();
   for (const PathStep& step : path.steps()) {
     if (tree == nullptr || type == nullptr) break;
-    const gp::FieldDescriptor* field = type->FindFieldByName(step.field);
+    const gp::FieldDescriptor* field = type->FindFieldByName(std::string(step.field));
     if (field == nullptr || field->is_repeated() != (step.index >= 0)) break;
     const gp::TextFormat::ParseLocation location = tree->GetLocation(field, step.index);
     if (location.line < 0) break;

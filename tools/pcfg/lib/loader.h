@@ -3,6 +3,7 @@
 // that a clean run pays for one parse.
 #pragma once
 
+#include <google/protobuf/arena.h>
 #include <google/protobuf/text_format.h>
 
 #include <cstdint>
@@ -20,11 +21,22 @@
 namespace pcfg {
 
 class LoadedConfig {
+ private:
+  // The configuration lives on an arena: parsing then allocates by moving a pointer, and the
+  // whole tree goes at once.
+  std::unique_ptr<google::protobuf::Arena> arena_;
+
  public:
+  LoadedConfig();
+  // The configuration moves with its arena; the moved-from object must not be used again.
+  LoadedConfig(LoadedConfig&& other) noexcept;
+  LoadedConfig(const LoadedConfig&) = delete;
+  LoadedConfig& operator=(const LoadedConfig&) = delete;
+
   std::string file;  // as named on the command line; "<stdin>" for "-"
   Format format = Format::kBinary;
   std::string raw;  // the bytes read
-  Config config;
+  Config& config;
 
   struct Location {
     int line = 0;  // text: 1-based; 0 when unknown

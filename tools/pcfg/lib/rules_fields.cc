@@ -55,6 +55,16 @@ bool EndsWith(const std::string& text, std::string_view suffix) {
          text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
 }
 
+// The string member of a hex-or-number choice.
+bool IsHexField(const gp::FieldDescriptor* field) {
+  return field->type() == gp::FieldDescriptor::TYPE_STRING && !field->is_repeated() &&
+         EndsWith(field->name(), "_hex");
+}
+
+bool IsEnumField(const gp::FieldDescriptor* field) {
+  return field->cpp_type() == gp::FieldDescriptor::CPPTYPE_ENUM;
+}
+
 }  // namespace
 
 void CheckOptionsPairing(const CheckContext& context, Findings& findings) {
@@ -95,24 +105,20 @@ void CheckMissingOptions(const CheckContext& context, Findings& findings) {
 }
 
 void CheckHexStrings(const CheckContext& context, Findings& findings) {
-  ForEachSetScalar(context.config, [&](const ScalarValue& value, const FieldPath& path) {
-    if (value.field->type() != gp::FieldDescriptor::TYPE_STRING || value.index >= 0 ||
-        !EndsWith(value.field->name(), "_hex"))
-      return;
+  static const FieldWalk hex_strings(Config::descriptor(), IsHexField);
+  hex_strings.ForEachValue(context.config, [&](const ScalarValue& value, const FieldPath& path) {
     std::string scratch;
-    const std::string& text =
-        value.message.GetReflection()->GetStringReference(value.message, value.field, &scratch);
+    const std::string& text = value.reflection->GetStringReference(value.message, value.field, &scratch);
     if (!IsHexNumber(text)) findings.Add(value.PathFrom(path), Quote(text) + " is not a hexadecimal number");
   });
 }
 
 void CheckUndeclaredEnums(const CheckContext& context, Findings& findings) {
-  ForEachSetScalar(context.config, [&](const ScalarValue& value, const FieldPath& path) {
-    if (value.field->cpp_type() != gp::FieldDescriptor::CPPTYPE_ENUM) return;
-    const gp::Reflection* reflection = value.message.GetReflection();
+  static const FieldWalk enums(Config::descriptor(), IsEnumField);
+  enums.ForEachValue(context.config, [&](const ScalarValue& value, const FieldPath& path) {
     const int number = value.index < 0
-                           ? reflection->GetEnumValue(value.message, value.field)
-                           : reflection->GetRepeatedEnumValue(value.message, value.field, value.index);
+                           ? value.reflection->GetEnumValue(value.message, value.field)
+                           : value.reflection->GetRepeatedEnumValue(value.message, value.field, value.index);
     const gp::EnumDescriptor* type = value.field->enum_type();
     if (type->FindValueByNumber(number) == nullptr)
       findings.Add(value.PathFrom(path), std::to_string(number) + " is not a value of " + type->name());
@@ -147,17 +153,18 @@ void CheckDuplicatePipelines(const CheckContext& context, Findings& findings) {
 }
 
 void CheckUnknownFields(const CheckContext& context, Findings& findings) {
-  WalkMessages(
-      context.config, kRoot,
-      [&](const gp::Message& message, const FieldPath& path, const std::vector<const gp::FieldDescriptor*>&) {
-        const gp::UnknownFieldSet& unknown = message.GetReflection()->GetUnknownFields(message);
-        if (unknown.empty()) return;
-        std::string numbers;
-        for (int i = 0; i < unknown.field_count(); ++i)
-          numbers += (i ? ", " : "") + std::to_string(unknown.field(i).number());
-        findings.Add(
-            path, message.GetDescriptor()->name() + " carries fields the schema does not know: " + numbers);
-      });
+  // Text and JSON input cannot carry them: their parsers refuse fields they do not know.
+  if (context.input.format != Format::kBinary) return;
+  static const FieldWalk messages(Config::descriptor(), FieldWalk::kEveryMessage);
+  messages.ForEachMessage(context.config, [&](const gp::Message& message, const FieldPath& path) {
+    const gp::UnknownFieldSet& unknown = message.GetReflection()->GetUnknownFields(message);
+    if (unknown.empty()) return;
+    std::string numbers;
+    for (int i = 0; i < unknown.field_count(); ++i)
+      numbers += (i ? ", " : "") + std::to_string(unknown.field(i).number());
+    findings.Add(path,
+                 message.GetDescriptor()->name() + " carries fields the schema does not know: " + numbers);
+  });
 }
 
 }  // namespace pcfg::rules

@@ -34,7 +34,8 @@ WireSpan LocateInWire(std::string_view wire, const gp::Descriptor* root, const F
   WireSpan best;
   const gp::Descriptor* type = root;
   for (const PathStep& step : path.steps()) {
-    const gp::FieldDescriptor* field = type == nullptr ? nullptr : type->FindFieldByName(step.field);
+    const gp::FieldDescriptor* field =
+        type == nullptr ? nullptr : type->FindFieldByName(std::string(step.field));
     if (field == nullptr) return best;
     const int wanted = std::max(step.index, 0);
     int seen = 0;  // elements of the field before this record
