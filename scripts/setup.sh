@@ -9,6 +9,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev
   graphviz blueprint-tools binutils
+  g++-aarch64-linux-gnu qemu-user googletest
 )
 
 missing=()
