@@ -13,6 +13,7 @@ packages=(
   libcli11-dev nlohmann-json3-dev
   graphviz blueprint-tools binutils
   python3 python3-protobuf
+  g++-aarch64-linux-gnu qemu-user googletest
 )
 
 # Lanes that need more (the sanitizer lanes need clang) name their packages as arguments.

@@ -144,6 +144,19 @@ TEST(EnumRange, MinMaxArraySize) {
   EXPECT_EQ(models::TargetDevice_MAX, models::HARDWARE_NIBRANT);
 }
 
+// ctest runs every test in a process of its own: here nothing of the library is called
+// before the option is read, the enumeration being found by name in the generated pool.
+// (Before protobuf 3.10 the pool does not load a file on the look-up of an enumeration
+// value's name, so the enumeration's name is looked up.)
+TEST(AliasOption, ReadableWithoutAnyPriorCall) {
+  const EnumDescriptor* devices = google::protobuf::DescriptorPool::generated_pool()->FindEnumTypeByName(
+      "Talvo.Peripherals.Config.Models.TargetDevice");
+  ASSERT_NE(devices, nullptr);
+  const google::protobuf::EnumValueDescriptor* value = devices->FindValueByName("HARDWARE_TREVIL3");
+  ASSERT_NE(value, nullptr);
+  EXPECT_EQ(value->options().GetExtension(models::Alias), "TREVIL3");
+}
+
 TEST(AliasOption, EveryTargetDeviceValueCarriesItsPlainName) {
   const EnumDescriptor* devices = models::TargetDevice_descriptor();
   ASSERT_EQ(devices->value_count(), 9);
