@@ -187,16 +187,6 @@ TEST(Diff, MentionsUnknownFields) {
   EXPECT_TRUE(pcfg::DiffConfigs(unknown, unknown).empty());
 }
 
-TEST(DiffFmt, HelpGivesExitStatusesAndAnExample) {
-  for (const char* command : {"diff", "fmt"}) {
-    const auto run = Pcfg({command, "--help"});
-    EXPECT_EQ(run.status, 0) << command;
-    EXPECT_NE(run.out.find("Exit status"), std::string::npos) << command;
-    EXPECT_NE(run.out.find(std::string("Example: pcfg ") + command), std::string::npos) << command;
-    EXPECT_EQ(Pcfg({"help", command}).out, run.out) << command;
-  }
-}
-
 using pcfg_test::Scratch;
 using pcfg_test::Written;
 
