@@ -10,27 +10,12 @@
 #include <csignal>
 #include <cstring>
 
+#include "posix_file.h"
+
 extern char** environ;
 
 namespace pcfg::cli {
 namespace {
-
-// Closes a descriptor once, on scope exit or when asked.
-class Fd {
- public:
-  explicit Fd(int fd = -1) : fd_(fd) {}
-  ~Fd() { Close(); }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  int get() const { return fd_; }
-  void Close() {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = -1;
-  }
-
- private:
-  int fd_;
-};
 
 // Starts `dot -TFORMAT` reading STDIN_FD and writing STDOUT_FD; returns posix_spawnp's status.
 int SpawnDot(const std::string& format, int stdin_fd, int stdout_fd, pid_t* pid) {
@@ -48,7 +33,7 @@ int SpawnDot(const std::string& format, int stdin_fd, int stdout_fd, pid_t* pid)
 
 // Writes DOT into FEED while reading RESULT into IMAGE, serving both pipes together so that
 // neither side can block on a full pipe. Returns how many bytes of DOT were written.
-size_t Exchange(const std::string& dot, Fd& feed, Fd& result, std::string* image) {
+size_t Exchange(const std::string& dot, Descriptor& feed, Descriptor& result, std::string* image) {
   // A dot that quits early must not kill us with SIGPIPE; the write fails with EPIPE instead.
   struct sigaction ignore = {}, previous = {};
   ignore.sa_handler = SIG_IGN;
@@ -87,9 +72,9 @@ Render RenderWithDot(const std::string& dot, const std::string& format, std::str
                      std::string* error) {
   int to_child[2], from_child[2];
   if (::pipe2(to_child, O_CLOEXEC) != 0) return *error = std::strerror(errno), Render::kFailed;
-  Fd child_in(to_child[0]), feed(to_child[1]);
+  Descriptor child_in(to_child[0]), feed(to_child[1]);
   if (::pipe2(from_child, O_CLOEXEC) != 0) return *error = std::strerror(errno), Render::kFailed;
-  Fd result(from_child[0]), child_out(from_child[1]);
+  Descriptor result(from_child[0]), child_out(from_child[1]);
 
   pid_t pid = 0;
   const int spawned = SpawnDot(format, child_in.get(), child_out.get(), &pid);

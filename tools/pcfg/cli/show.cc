@@ -1,5 +1,5 @@
 // pcfg show: a readable summary of one configuration, as text or JSON.
-#include "show.h"
+#include "show_facts.h"
 
 #include <iostream>
 #include <memory>

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "check_context.h"
+#include "rule_families.h"
 
 namespace pcfg {
 namespace {

@@ -11,48 +11,10 @@
 #include <vector>
 
 #include "diagnostics.h"
-#include "field_path.h"
 #include "loader.h"
+#include "rule.h"
 
 namespace pcfg {
-
-class CheckContext;
-
-// Collects the findings of one rule, keeping at most a limit of them and counting the rest.
-class Findings {
- public:
-  explicit Findings(size_t limit) : limit_(limit) {}
-  void Add(const FieldPath& path, std::string message) {
-    if (full()) return Count();
-    items_.push_back({path, std::move(message)});
-    ++total_;
-  }
-  // Counts a finding that would not be kept anyway (for rules whose messages cost much to build).
-  void Count() { ++total_; }
-  bool full() const { return limit_ != 0 && items_.size() >= limit_; }
-
-  struct Item {
-    FieldPath path;
-    std::string message;
-  };
-  const std::vector<Item>& items() const { return items_; }
-  size_t total() const { return total_; }
-
- private:
-  size_t limit_;  // 0: no limit
-  std::vector<Item> items_;
-  size_t total_ = 0;
-};
-
-using CheckFunction = void (*)(const CheckContext& context, Findings& findings);
-
-struct Rule {
-  const char* id;
-  Severity severity;
-  const char* description;
-  std::vector<const char*> prerequisites;  // rules listed before this one in the table
-  CheckFunction check;
-};
 
 // Every rule, in the order in which they run and are listed.
 const std::vector<Rule>& Rules();

@@ -53,6 +53,54 @@ bool IsBareKey(const std::string& key) {
 
 bool SameDouble(double x, double y) { return x == y || (std::isnan(x) && std::isnan(y)); }
 
+// The identity of an entry: its key string itself, or the number of its key enumeration (the
+// key fields of the table above are of these two kinds).
+std::string KeyOf(const gp::Message& entry, const gp::FieldDescriptor* key) {
+  const gp::Reflection* reflection = entry.GetReflection();
+  if (key->cpp_type() == gp::FieldDescriptor::CPPTYPE_ENUM)
+    return std::to_string(reflection->GetEnumValue(entry, key));
+  return reflection->GetString(entry, key);
+}
+
+// Element INDEX of a repeated field, or the field itself for -1.
+bool SameScalar(const gp::Message& a, const gp::Message& b, const gp::FieldDescriptor* field, int index) {
+  const gp::Reflection* r = a.GetReflection();
+  auto same = [&](auto get, auto get_repeated, auto equal) {
+    return index < 0 ? equal((r->*get)(a, field), (r->*get)(b, field))
+                     : equal((r->*get_repeated)(a, field, index), (r->*get_repeated)(b, field, index));
+  };
+  const std::equal_to<> equal;
+  using R = gp::Reflection;
+  switch (field->cpp_type()) {
+    case gp::FieldDescriptor::CPPTYPE_INT32:
+      return same(&R::GetInt32, &R::GetRepeatedInt32, equal);
+    case gp::FieldDescriptor::CPPTYPE_INT64:
+      return same(&R::GetInt64, &R::GetRepeatedInt64, equal);
+    case gp::FieldDescriptor::CPPTYPE_UINT32:
+      return same(&R::GetUInt32, &R::GetRepeatedUInt32, equal);
+    case gp::FieldDescriptor::CPPTYPE_UINT64:
+      return same(&R::GetUInt64, &R::GetRepeatedUInt64, equal);
+    case gp::FieldDescriptor::CPPTYPE_BOOL:
+      return same(&R::GetBool, &R::GetRepeatedBool, equal);
+    case gp::FieldDescriptor::CPPTYPE_ENUM:
+      return same(&R::GetEnumValue, &R::GetRepeatedEnumValue, equal);
+    case gp::FieldDescriptor::CPPTYPE_FLOAT:
+      return same(&R::GetFloat, &R::GetRepeatedFloat, SameDouble);
+    case gp::FieldDescriptor::CPPTYPE_DOUBLE:
+      return same(&R::GetDouble, &R::GetRepeatedDouble, SameDouble);
+    case gp::FieldDescriptor::CPPTYPE_STRING: {
+      std::string scratch_a, scratch_b;
+      return index < 0
+                 ? r->GetStringReference(a, field, &scratch_a) == r->GetStringReference(b, field, &scratch_b)
+                 : r->GetRepeatedStringReference(a, field, index, &scratch_a) ==
+                       r->GetRepeatedStringReference(b, field, index, &scratch_b);
+    }
+    case gp::FieldDescriptor::CPPTYPE_MESSAGE:
+      break;
+  }
+  return false;
+}
+
 // Walks two messages of one type side by side. It is not protobuf's MessageDifferencer: with
 // TreatAsMap that one pairs keyed entries by comparing each with each, quadratic in the length of
 // a list, and names entries by position; this walk pairs them through a hash map in linear time
@@ -179,19 +227,6 @@ class Differ {
     }
   }
 
-  // The identity of an entry: the string itself, or the number of an enumeration.
-  std::string KeyOf(const gp::Message& entry, const gp::FieldDescriptor* key) const {
-    const gp::Reflection* reflection = entry.GetReflection();
-    switch (key->cpp_type()) {
-      case gp::FieldDescriptor::CPPTYPE_STRING:
-        return reflection->GetString(entry, key);
-      case gp::FieldDescriptor::CPPTYPE_ENUM:
-        return std::to_string(reflection->GetEnumValue(entry, key));
-      default:
-        return Value(entry, key, -1);
-    }
-  }
-
   // Appends [KEY] (enumerations by name, odd strings quoted, #N for the N-th repeat of a key).
   size_t AppendKey(const gp::Message& entry, const gp::FieldDescriptor* key, int occurrence) {
     const size_t mark = path_.size();
@@ -206,46 +241,6 @@ class Differ {
     if (occurrence > 1) path_ += "#" + std::to_string(occurrence);
     path_ += "]";
     return mark;
-  }
-
-  // Element INDEX of a repeated field, or the field itself for -1.
-  bool SameScalar(const gp::Message& a, const gp::Message& b, const gp::FieldDescriptor* field,
-                  int index) const {
-    const gp::Reflection* r = a.GetReflection();
-    auto same = [&](auto get, auto get_repeated, auto equal) {
-      return index < 0 ? equal((r->*get)(a, field), (r->*get)(b, field))
-                       : equal((r->*get_repeated)(a, field, index), (r->*get_repeated)(b, field, index));
-    };
-    const std::equal_to<> equal;
-    using R = gp::Reflection;
-    switch (field->cpp_type()) {
-      case gp::FieldDescriptor::CPPTYPE_INT32:
-        return same(&R::GetInt32, &R::GetRepeatedInt32, equal);
-      case gp::FieldDescriptor::CPPTYPE_INT64:
-        return same(&R::GetInt64, &R::GetRepeatedInt64, equal);
-      case gp::FieldDescriptor::CPPTYPE_UINT32:
-        return same(&R::GetUInt32, &R::GetRepeatedUInt32, equal);
-      case gp::FieldDescriptor::CPPTYPE_UINT64:
-        return same(&R::GetUInt64, &R::GetRepeatedUInt64, equal);
-      case gp::FieldDescriptor::CPPTYPE_BOOL:
-        return same(&R::GetBool, &R::GetRepeatedBool, equal);
-      case gp::FieldDescriptor::CPPTYPE_ENUM:
-        return same(&R::GetEnumValue, &R::GetRepeatedEnumValue, equal);
-      case gp::FieldDescriptor::CPPTYPE_FLOAT:
-        return same(&R::GetFloat, &R::GetRepeatedFloat, SameDouble);
-      case gp::FieldDescriptor::CPPTYPE_DOUBLE:
-        return same(&R::GetDouble, &R::GetRepeatedDouble, SameDouble);
-      case gp::FieldDescriptor::CPPTYPE_STRING: {
-        std::string scratch_a, scratch_b;
-        return index < 0 ? r->GetStringReference(a, field, &scratch_a) ==
-                               r->GetStringReference(b, field, &scratch_b)
-                         : r->GetRepeatedStringReference(a, field, index, &scratch_a) ==
-                               r->GetRepeatedStringReference(b, field, index, &scratch_b);
-      }
-      case gp::FieldDescriptor::CPPTYPE_MESSAGE:
-        break;
-    }
-    return false;
   }
 
   // A scalar as the text format writes it; nothing for a message.

@@ -12,7 +12,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "check_context.h"
+#include "rule_families.h"
 
 namespace pcfg::rules {
 namespace {

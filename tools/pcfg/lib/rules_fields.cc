@@ -4,7 +4,7 @@
 #include <cctype>
 #include <unordered_set>
 
-#include "check_context.h"
+#include "rule_families.h"
 #include "walk.h"
 
 namespace pcfg::rules {

@@ -2,8 +2,8 @@
 #include <optional>
 #include <unordered_set>
 
-#include "check_context.h"
 #include "dependency_graph.h"
+#include "rule_families.h"
 
 namespace pcfg::rules {
 namespace {

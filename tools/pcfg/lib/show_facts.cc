@@ -1,10 +1,11 @@
 // pcfg show, first half: the facts, gathered once into plain data.
+#include "show_facts.h"
+
 #include <map>
 
 #include "bringup.h"
 #include "enum_names.h"
 #include "includes/enums.pb.h"
-#include "show.h"
 
 namespace pcfg {
 namespace {

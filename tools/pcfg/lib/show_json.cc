@@ -1,6 +1,6 @@
 // pcfg show, for scripts: the same facts as JSON.
 #include "json_output.h"
-#include "show.h"
+#include "show_facts.h"
 
 namespace pcfg {
 

@@ -3,7 +3,7 @@
 #include <ostream>
 #include <set>
 
-#include "show.h"
+#include "show_facts.h"
 
 namespace pcfg {
 

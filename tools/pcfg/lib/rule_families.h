@@ -1,24 +1,14 @@
-// What the rule functions share: the configuration with its index, the input it came from, and
-// helpers for the common kinds of finding. Internal to the checks.
+// The rule functions of the two families, and the helpers they share for the common kinds of
+// finding. Internal to the checks.
 #pragma once
 
 #include <string>
 #include <unordered_map>
 
-#include "checks.h"
-#include "config.h"
 #include "enum_names.h"
+#include "rule.h"
 
 namespace pcfg {
-
-class CheckContext {
- public:
-  CheckContext(const LoadedConfig& input, const ConfigIndex& index)
-      : config(input.config), index(index), input(input) {}
-  const Config& config;
-  const ConfigIndex& index;
-  const LoadedConfig& input;  // its form and bytes, for the rules that read the wire
-};
 
 namespace rules {
 
