@@ -161,8 +161,13 @@ bool ParseJson(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
         LoadError(loaded->file, "invalid JSON: " + syntax.message, position.first, position.second));
     return false;
   }
+  // The JSON parser ends with the binary parser, which refuses strings that are not UTF-8 (such as
+  // those a lone surrogate escape gives) and logs the field's name.
+  const std::string field = log.InvalidUtf8Field();
   diagnostics->push_back(LoadError(
-      loaded->file, "not a PeripheralConfig in the JSON mapping: " + std::string(status.message())));
+      loaded->file, field.empty()
+                        ? "not a PeripheralConfig in the JSON mapping: " + std::string(status.message())
+                        : "string field '" + field + "' holds invalid UTF-8"));
   return false;
 }
 
@@ -181,8 +186,7 @@ bool ParseBinary(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
 }
 
 bool IsString(const gp::FieldDescriptor* field) { return field->type() == gp::FieldDescriptor::TYPE_STRING; }
-
-// Text and JSON parsers accept strings that the wire format rejects; refuse them here, so that
+// The text parser accepts strings that the wire format rejects; refuse them here, so that
 // nothing compiled from them fails to parse on the device.
 bool CheckStringsAreUtf8(const LoadedConfig& loaded, std::vector<Diagnostic>* diagnostics) {
   static const FieldWalk strings(Config::descriptor(), IsString);
@@ -280,7 +284,7 @@ bool ParseConfig(const std::string& display_name, Format format, std::string raw
     case Format::kText:
       return ParseText(loaded, diagnostics) && CheckStringsAreUtf8(*loaded, diagnostics);
     case Format::kJson:
-      return ParseJson(loaded, diagnostics) && CheckStringsAreUtf8(*loaded, diagnostics);
+      return ParseJson(loaded, diagnostics);
     case Format::kBinary:
       return ParseBinary(loaded, diagnostics);
   }
