@@ -5,8 +5,10 @@
 #include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/util/json_util.h>
 
+#include <mutex>
 #include <nlohmann/json.hpp>
 
+#include "text_in_two.h"
 #include "walk.h"
 #include "wire_location.h"
 
@@ -82,6 +84,8 @@ class RuntimeLog {
     return previous;
   }
   static void Handle(gp::LogLevel level, const char* file, int line, const std::string& message) {
+    static std::mutex lock;  // the text parser may run on two threads
+    std::lock_guard<std::mutex> hold(lock);
     if (message.find("UTF-8") != std::string::npos)
       Utf8Complaints().push_back(message);
     else if (Previous() != nullptr)
@@ -91,6 +95,8 @@ class RuntimeLog {
 };
 
 bool ParseText(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
+  if (ParseTextInTwo(loaded->raw, &loaded->config)) return true;
+  loaded->config.Clear();
   TextErrorCollector collector(loaded->file, diagnostics);
   gp::TextFormat::Parser parser;
   parser.RecordErrorsTo(&collector);

@@ -1,0 +1,106 @@
+#include "text_in_two.h"
+
+#include <google/protobuf/arena.h>
+#include <google/protobuf/io/tokenizer.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+#include <google/protobuf/text_format.h>
+
+#include <thread>
+#include <vector>
+
+namespace pcfg {
+namespace {
+
+namespace gp = google::protobuf;
+
+// Keeps the parser quiet: a half's errors are not the text's, and the sequential parse reports.
+class Quiet : public gp::io::ErrorCollector {
+ public:
+  void AddError(int, gp::io::ColumnNumber, const std::string&) override {}
+  void AddWarning(int, gp::io::ColumnNumber, const std::string&) override {}
+};
+
+bool Parse(std::string_view text, Config* config) {
+  Quiet quiet;
+  gp::TextFormat::Parser parser;
+  parser.RecordErrorsTo(&quiet);
+  gp::io::ArrayInputStream input(text.data(), static_cast<int>(text.size()));
+  try {
+    return parser.Parse(&input, config);
+  } catch (const std::exception&) {
+    return false;  // out of memory in a half: the sequential parse will say so, or manage
+  }
+}
+
+// Moves every element of each list of FROM behind the elements of the same list of TO; both
+// live on one arena, so elements change hands without being copied.
+void MoveLists(Config* from, Config* to) {
+  const gp::Reflection* reflection = from->GetReflection();
+  const gp::Descriptor* type = from->GetDescriptor();
+  for (int i = 0; i < type->field_count(); ++i) {
+    const gp::FieldDescriptor* field = type->field(i);
+    if (!field->is_repeated() || field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE) continue;
+    std::vector<gp::Message*> elements(static_cast<size_t>(reflection->FieldSize(*from, field)));
+    for (auto element = elements.rbegin(); element != elements.rend(); ++element)
+      *element = reflection->UnsafeArenaReleaseLast(from, field);
+    for (gp::Message* element : elements) reflection->UnsafeArenaAddAllocatedMessage(to, field, element);
+  }
+}
+
+// Whether both set a singular field, which the text parser refuses in one text.
+bool SetTwice(const Config& a, const Config& b) {
+  const gp::Reflection* reflection = a.GetReflection();
+  const gp::Descriptor* type = a.GetDescriptor();
+  for (int i = 0; i < type->field_count(); ++i) {
+    const gp::FieldDescriptor* field = type->field(i);
+    if (!field->is_repeated() && reflection->HasField(a, field) && reflection->HasField(b, field))
+      return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+size_t TextCutPoint(std::string_view text, size_t hint) {
+  int depth = 0;
+  char quote = 0;
+  bool comment = false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (comment) {
+      comment = c != '\n';
+    } else if (quote != 0) {
+      if (c == '\\')
+        ++i;
+      else if (c == quote || c == '\n')
+        quote = 0;
+    } else if (c == '"' || c == '\'') {
+      quote = c;
+    } else if (c == '#') {
+      comment = true;
+    } else if (c == '{' || c == '<' || c == '[') {
+      ++depth;
+    } else if (c == '}' || c == '>' || c == ']') {
+      if (--depth < 0) return std::string_view::npos;  // not text the parser would take
+      if (depth == 0 && i + 1 >= hint && c != ']') return i + 1;
+    }
+  }
+  return std::string_view::npos;
+}
+
+bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest) {
+  if (text.size() < smallest || config->GetArena() == nullptr) return false;
+  const size_t cut = TextCutPoint(text, text.size() / 2);
+  if (cut == std::string_view::npos || cut >= text.size()) return false;
+  Config* second = gp::Arena::CreateMessage<Config>(config->GetArena());
+  bool second_parsed = false;
+  std::thread worker([&] { second_parsed = Parse(text.substr(cut), second); });
+  const bool first_parsed = Parse(text.substr(0, cut), config);
+  worker.join();
+  if (!first_parsed || !second_parsed || SetTwice(*config, *second)) return false;
+  MoveLists(second, config);
+  config->MergeFrom(*second);  // the singular fields only the second half set
+  return true;
+}
+
+}  // namespace pcfg
