@@ -156,8 +156,9 @@ void CheckUnknownFields(const CheckContext& context, Findings& findings) {
   // Text and JSON input cannot carry them: their parsers refuse fields they do not know.
   if (context.input.format != Format::kBinary) return;
   static const FieldWalk messages(Config::descriptor(), FieldWalk::kEveryMessage);
-  messages.ForEachMessage(context.config, [&](const gp::Message& message, const FieldPath& path) {
-    const gp::UnknownFieldSet& unknown = message.GetReflection()->GetUnknownFields(message);
+  messages.ForEachMessage(context.config, [&](const gp::Message& message, const gp::Reflection* reflection,
+                                              const FieldPath& path) {
+    const gp::UnknownFieldSet& unknown = reflection->GetUnknownFields(message);
     if (unknown.empty()) return;
     std::string numbers;
     for (int i = 0; i < unknown.field_count(); ++i)

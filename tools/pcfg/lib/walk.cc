@@ -90,8 +90,9 @@ void FieldWalk::ForEachValue(const gp::Message& root, const ValueVisitor& visit)
 
 void FieldWalk::ForEachMessage(const gp::Message& root, const MessageVisitor& visit) const {
   FieldPath path;
-  Walk(root, 0, path,
-       [&](const gp::Message& message, const Plan&, const FieldPath& at) { visit(message, at); });
+  Walk(root, 0, path, [&](const gp::Message& message, const Plan& plan, const FieldPath& at) {
+    visit(message, plan.reflection, at);
+  });
 }
 
 }  // namespace pcfg

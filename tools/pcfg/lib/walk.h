@@ -37,7 +37,9 @@ class FieldWalk {
   // set sub-messages, depth first.
   void ForEachValue(const google::protobuf::Message& root, const ValueVisitor& visit) const;
 
-  using MessageVisitor = std::function<void(const google::protobuf::Message& message, const FieldPath& path)>;
+  using MessageVisitor =
+      std::function<void(const google::protobuf::Message& message,
+                         const google::protobuf::Reflection* reflection, const FieldPath& path)>;
   // Calls VISIT for ROOT and each set sub-message that can hold admitted fields, depth first;
   // with a filter that admits nothing but FieldWalk::kEveryMessage, for every set sub-message.
   void ForEachMessage(const google::protobuf::Message& root, const MessageVisitor& visit) const;
