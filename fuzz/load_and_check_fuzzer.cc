@@ -12,7 +12,7 @@
 #include "graph.h"
 #include "loader.h"
 #include "serialize.h"
-#include "show.h"
+#include "show_facts.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
