@@ -81,6 +81,8 @@ lane_asan() {
   if [ "$status" -ne 0 ] || [ -z "$summary" ]; then
     sed -n '/The following tests FAILED/,$p' "$log" | sed 's/^/  | /' >&2
     grep -E -m 5 'ERROR: (AddressSanitizer|LeakSanitizer)|runtime error:' "$log" | sed 's/^/  | /' >&2 || true
+    # What each failing test said, so a CI log alone tells why.
+    grep -E -A 6 '^[^ ]*:[0-9]+: Failure$' "$log" | head -n 60 | sed 's/^/  | /' >&2 || true
     echo "sanitizers: [asan] failed; ctest output in $log" >&2
     return 1
   fi

@@ -18,11 +18,31 @@ namespace {
 char g_temporary[4096];
 volatile std::sig_atomic_t g_have_temporary = 0;
 
+constexpr int kCleanedUpSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
 void OnSignal(int signal) {
   if (g_have_temporary) ::unlink(g_temporary);
   std::signal(signal, SIG_DFL);
   std::raise(signal);
 }
+
+// Holds back the signals that clean up while the temporary file comes into being, so
+// none lands after the file exists but before the handler knows its name.
+class SignalsHeld {
+ public:
+  SignalsHeld() {
+    sigset_t held;
+    sigemptyset(&held);
+    for (int signal : kCleanedUpSignals) sigaddset(&held, signal);
+    ::pthread_sigmask(SIG_BLOCK, &held, &before_);
+  }
+  ~SignalsHeld() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  SignalsHeld(const SignalsHeld&) = delete;
+  SignalsHeld& operator=(const SignalsHeld&) = delete;
+
+ private:
+  sigset_t before_;
+};
 
 class TemporaryFile {
  public:
@@ -33,6 +53,7 @@ class TemporaryFile {
       errno = ENAMETOOLONG;
       return;
     }
+    const SignalsHeld held;
     std::memcpy(g_temporary, pattern.c_str(), pattern.size() + 1);
     fd_ = ::mkostemp(g_temporary, O_CLOEXEC);
     if (fd_ >= 0) {
@@ -257,7 +278,7 @@ void RemoveTemporaryFilesOnSignals() {
   struct sigaction action = {};
   action.sa_handler = OnSignal;
   sigemptyset(&action.sa_mask);
-  for (int signal : {SIGINT, SIGTERM, SIGHUP}) ::sigaction(signal, &action, nullptr);
+  for (int signal : kCleanedUpSignals) ::sigaction(signal, &action, nullptr);
 }
 
 }  // namespace pcfg
