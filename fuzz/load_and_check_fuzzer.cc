@@ -1,45 +1,80 @@
-// Feeds arbitrary bytes to the loader, the checks, the views and the printers: whatever the
-// input, pcfg must answer with diagnostics, never a crash. The first byte picks the input format.
+// Feeds arbitrary bytes to the loader, the checks, the views and the printers (the first byte
+// picks the input's form). Whatever loads must print in every form, and the checks and views
+// must be functions of the configuration alone: its binary form, loaded back, is equal
+// (MessageDifferencer), draws the same views and gets the same findings, but for the rule that
+// reads the raw wire data. Every rule stays within its cap, and the rule on unknown fields speaks
+// exactly when there are some.
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
-#include "canonical_text.h"
 #include "checks.h"
-#include "diff.h"
+#include "fuzz_support.h"
 #include "graph.h"
-#include "loader.h"
 #include "serialize.h"
 #include "show.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size == 0) return 0;
-  const pcfg::Format formats[] = {pcfg::Format::kText, pcfg::Format::kJson, pcfg::Format::kBinary};
-  const pcfg::Format format = formats[data[0] % 3];
-  std::string content(reinterpret_cast<const char*>(data + 1), size - 1);
+namespace {
 
-  pcfg::LoadedConfig loaded;
-  std::vector<pcfg::Diagnostic> diagnostics;
-  if (!pcfg::ParseConfig("fuzz", format, std::move(content), &loaded, &diagnostics)) return 0;
-  pcfg::RunChecks(loaded, pcfg::CheckOptions());
-  std::ostringstream sink;
+// Show (text and JSON) and graph output of a configuration.
+std::string Views(const pcfg::LoadedConfig& loaded) {
+  std::ostringstream out;
   const pcfg::ConfigIndex index(loaded.config);
-  const pcfg::ShowFacts facts = pcfg::GatherShowFacts(loaded.file, index);
-  pcfg::PrintShowText(sink, facts);
-  pcfg::PrintShowJson(sink, facts);
-  (void)pcfg::GraphDot(index);
+  const pcfg::ShowFacts facts = pcfg::GatherShowFacts("fuzz", index);
+  pcfg::PrintShowText(out, facts);
+  pcfg::PrintShowJson(out, facts);
+  out << pcfg::GraphDot(index);
+  return out.str();
+}
 
-  // Whatever loaded must print in every form, and the binary form must load back the same.
-  std::string printed, error;
-  for (pcfg::Format out : formats) (void)pcfg::SerializeConfig(loaded.config, out, &printed, &error);
-  std::string wire, again_wire;
-  pcfg::SerializeConfig(loaded.config, pcfg::Format::kBinary, &wire, &error);
+using Finding = std::tuple<std::string, int, std::string, std::string>;  // rule, severity, path, message
+
+// The findings of every rule but the one that reads the raw wire data; where they stand aside.
+std::vector<Finding> Findings(const pcfg::LoadedConfig& loaded, const pcfg::CheckOptions& options) {
+  std::vector<Finding> findings;
+  std::map<std::string, size_t> per_rule;
+  for (const pcfg::Diagnostic& d : pcfg::RunChecks(loaded, options)) {
+    if (d.severity != pcfg::Severity::kNote && ++per_rule[d.rule] > options.max_per_rule)
+      fuzz::Fail("rule " + d.rule + " goes over its cap of findings");
+    if (d.rule != "device-wire")
+      findings.emplace_back(d.rule, static_cast<int>(d.severity), d.path, d.message);
+  }
+  return findings;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  fuzz::Bytes input(data, size);
+  const uint8_t first = input.Byte();
+  pcfg::LoadedConfig loaded;
+  if (!fuzz::Load(fuzz::FormatFromByte(first), input.Rest(), &loaded)) return 0;
+
+  pcfg::CheckOptions options;
+  options.max_per_rule = 1 + first / 3 % 4;  // small caps, so that they are reached
+  const std::vector<Finding> findings = Findings(loaded, options);
+  if (pcfg::FindUnknownFields(loaded).empty() == fuzz::HasUnknownFields(loaded.config))
+    fuzz::Fail("the unknown-field rule disagrees with the configuration");
+  const std::string views = Views(loaded);
+  for (pcfg::Format format : {pcfg::Format::kText, pcfg::Format::kJson}) {
+    std::string printed, error;
+    // JSON cannot carry unknown fields; the printer may refuse them, but nothing else.
+    if (!pcfg::SerializeConfig(loaded.config, format, &printed, &error) &&
+        !(format == pcfg::Format::kJson && fuzz::HasUnknownFields(loaded.config)))
+      fuzz::Fail(std::string("cannot print the ") + pcfg::FormatName(format) + " form", error);
+  }
+
   pcfg::LoadedConfig again;
-  if (!pcfg::ParseConfig("fuzz", pcfg::Format::kBinary, wire, &again, &diagnostics) ||
-      !pcfg::SerializeConfig(again.config, pcfg::Format::kBinary, &again_wire, &error) ||
-      again_wire != wire || !pcfg::DiffConfigs(loaded.config, again.config).empty())
-    __builtin_trap();
+  if (!fuzz::Load(pcfg::Format::kBinary, fuzz::Print(loaded.config, pcfg::Format::kBinary), &again))
+    fuzz::Fail("the binary form does not load");
+  std::string differences;
+  if (!fuzz::Equal(loaded.config, again.config, &differences))
+    fuzz::Fail("the binary form loads different", differences);
+  if (Findings(again, options) != findings) fuzz::Fail("the binary form gets other findings");
+  if (Views(again) != views) fuzz::Fail("the binary form shows or draws differently");
   return 0;
 }
