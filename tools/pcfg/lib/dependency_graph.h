@@ -19,16 +19,21 @@ class DependencyGraph {
     int peripheral;  // the registry entry it leads to
     int entry;       // the position of the dependency in the listing peripheral's dependencies
   };
-  // What PERIPHERAL depends on, in the order it lists them.
+  // What PERIPHERAL depends on, in the order it lists them. (Pointer arithmetic on data(), not
+  // &v[i]: the lists may be empty, and an end may be one past the last element.)
   const Edge* DependenciesBegin(int peripheral) const {
-    return &dependencies_[dependency_start_[peripheral]];
+    return dependencies_.data() + dependency_start_[peripheral];
   }
   const Edge* DependenciesEnd(int peripheral) const {
-    return &dependencies_[dependency_start_[peripheral + 1]];
+    return dependencies_.data() + dependency_start_[peripheral + 1];
   }
   // The peripherals that list PERIPHERAL as a dependency, in registry order.
-  const int* DependentsBegin(int peripheral) const { return &dependents_[dependent_start_[peripheral]]; }
-  const int* DependentsEnd(int peripheral) const { return &dependents_[dependent_start_[peripheral + 1]]; }
+  const int* DependentsBegin(int peripheral) const {
+    return dependents_.data() + dependent_start_[peripheral];
+  }
+  const int* DependentsEnd(int peripheral) const {
+    return dependents_.data() + dependent_start_[peripheral + 1];
+  }
 
   // Groups of peripherals that depend on one another (strongly connected components with a
   // cycle: two or more members, or one that depends on itself), each in registry order, the
