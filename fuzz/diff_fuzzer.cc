@@ -139,6 +139,7 @@ void Edit(pcfg::Config* config, fuzz::Bytes& input) {
   const uint32_t pick = input.Byte() << 8 | input.Byte();
   gp::Message* message = messages[pick % messages.size()];
   const gp::Descriptor* type = message->GetDescriptor();
+  if (type->field_count() == 0) return;  // the options messages that hold nothing
   const gp::FieldDescriptor* field = type->field(input.Byte() % type->field_count());
   const gp::Reflection* r = message->GetReflection();
   const int size = field->is_repeated() ? r->FieldSize(*message, field) : 0;

@@ -30,7 +30,9 @@ bool LooksLikeHeader(const std::string& comment) {
 }
 
 // Every comment line of TEXT as the text format's tokenizer sees it, without its '#'.
-std::vector<std::string> TokenizerComments(const std::string& text) {
+std::vector<std::string> TokenizerComments(std::string text) {
+  // Each comment line then ends in a newline, even an empty one at the very end ("#").
+  text += '\n';
   gp::io::ArrayInputStream stream(text.data(), static_cast<int>(text.size()));
   Quiet quiet;
   gp::io::Tokenizer tokenizer(&stream, &quiet);
@@ -39,13 +41,9 @@ std::vector<std::string> TokenizerComments(const std::string& text) {
   tokenizer.set_require_space_after_number(false);
   std::vector<std::string> lines;
   auto add = [&lines](const std::string& block) {
-    // Consecutive comment lines come as one block, a newline after each line but maybe the last.
-    size_t start = 0;
-    while (start < block.size()) {
-      const size_t end = std::min(block.find('\n', start), block.size());
+    // Consecutive comment lines come as one block, a newline after each line.
+    for (size_t start = 0, end; (end = block.find('\n', start)) != std::string::npos; start = end + 1)
       lines.push_back(block.substr(start, end - start));
-      start = end + 1;
-    }
   };
   bool more = true;
   while (more) {
