@@ -4,6 +4,7 @@
 // (MessageDifferencer), draws the same views and gets the same findings, but for the rule that
 // reads the raw wire data. Every rule stays within its cap, and the rule on unknown fields speaks
 // exactly when there are some.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -33,7 +34,8 @@ std::string Views(const pcfg::LoadedConfig& loaded) {
 
 using Finding = std::tuple<std::string, int, std::string, std::string>;  // rule, severity, path, message
 
-// The findings of every rule but the one that reads the raw wire data; where they stand aside.
+// The findings of every rule but the one that reads the raw wire data, sorted; where they stand
+// aside.
 std::vector<Finding> Findings(const pcfg::LoadedConfig& loaded, const pcfg::CheckOptions& options) {
   std::vector<Finding> findings;
   std::map<std::string, size_t> per_rule;
@@ -43,7 +45,15 @@ std::vector<Finding> Findings(const pcfg::LoadedConfig& loaded, const pcfg::Chec
     if (d.rule != "device-wire")
       findings.emplace_back(d.rule, static_cast<int>(d.severity), d.path, d.message);
   }
+  std::sort(findings.begin(), findings.end());  // they come in the order of where they stand
   return findings;
+}
+
+std::string Listing(const std::vector<Finding>& findings) {
+  std::string text;
+  for (const auto& [rule, severity, path, message] : findings)
+    text += rule + " " + std::to_string(severity) + " " + path + ": " + message + "\n";
+  return text;
 }
 
 }  // namespace
@@ -74,7 +84,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string differences;
   if (!fuzz::Equal(loaded.config, again.config, &differences))
     fuzz::Fail("the binary form loads different", differences);
-  if (Findings(again, options) != findings) fuzz::Fail("the binary form gets other findings");
+  const std::vector<Finding> again_findings = Findings(again, options);
+  if (again_findings != findings)
+    fuzz::Fail("the binary form gets other findings",
+               Listing(findings) + "against\n" + Listing(again_findings));
   if (Views(again) != views) fuzz::Fail("the binary form shows or draws differently");
   return 0;
 }
