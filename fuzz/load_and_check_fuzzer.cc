@@ -3,11 +3,16 @@
 // must be functions of the configuration alone: its binary form, loaded back, is equal
 // (MessageDifferencer), draws the same views and gets the same findings, but for the rule that
 // reads the raw wire data. Every rule stays within its cap, and the rule on unknown fields speaks
-// exactly when there are some.
+// exactly when there are some. What pcfg prints holds up whatever the strings hold: each
+// diagnostic is one line without control characters, the show table has as many lines as it has
+// when every string is replaced by its hexadecimal spelling, and the JSON outputs parse.
+#include <google/protobuf/message.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <tuple>
@@ -16,30 +21,99 @@
 #include "checks.h"
 #include "fuzz_support.h"
 #include "graph.h"
+#include "sarif.h"
 #include "serialize.h"
 #include "show.h"
 
 namespace {
 
+namespace gp = google::protobuf;
+
+std::string ShowText(const pcfg::Config& config) {
+  std::ostringstream out;
+  const pcfg::ConfigIndex index(config);
+  pcfg::PrintShowText(out, pcfg::GatherShowFacts("fuzz", index));
+  return out.str();
+}
+
+void MustParseAsJson(const std::string& text, const char* what) {
+  if (!nlohmann::json::accept(text)) fuzz::Fail(std::string(what) + " is not JSON", text);
+}
+
 // Show (text and JSON) and graph output of a configuration.
 std::string Views(const pcfg::LoadedConfig& loaded) {
-  std::ostringstream out;
+  std::ostringstream out, json;
   const pcfg::ConfigIndex index(loaded.config);
   const pcfg::ShowFacts facts = pcfg::GatherShowFacts("fuzz", index);
   pcfg::PrintShowText(out, facts);
-  pcfg::PrintShowJson(out, facts);
-  out << pcfg::GraphDot(index);
+  pcfg::PrintShowJson(json, facts);
+  MustParseAsJson(json.str(), "show --format json");
+  out << json.str() << pcfg::GraphDot(index);
   return out.str();
+}
+
+// Replaces every string in MESSAGE by its hexadecimal spelling: printable, and one to one, so
+// that equal ids stay equal, different ones different, and their order stays.
+void SpellStringsInHex(gp::Message* message) {
+  const gp::Reflection* r = message->GetReflection();
+  std::vector<const gp::FieldDescriptor*> fields;
+  r->ListFields(*message, &fields);
+  auto hex = [](const std::string& text) {
+    std::string out;
+    for (unsigned char c : text) out += {"0123456789abcdef"[c >> 4], "0123456789abcdef"[c & 15]};
+    return out;
+  };
+  for (const gp::FieldDescriptor* field : fields) {
+    const bool repeated = field->is_repeated();
+    const int count = repeated ? r->FieldSize(*message, field) : 1;
+    for (int i = 0; i < count; ++i) {
+      if (field->cpp_type() == gp::FieldDescriptor::CPPTYPE_STRING) {
+        if (repeated)
+          r->SetRepeatedString(message, field, i, hex(r->GetRepeatedString(*message, field, i)));
+        else
+          r->SetString(message, field, hex(r->GetString(*message, field)));
+      } else if (field->cpp_type() == gp::FieldDescriptor::CPPTYPE_MESSAGE) {
+        SpellStringsInHex(repeated ? r->MutableRepeatedMessage(message, field, i)
+                                   : r->MutableMessage(message, field));
+      }
+    }
+  }
+}
+
+void CheckPrintedText(const pcfg::Config& config, const std::vector<pcfg::Diagnostic>& diagnostics) {
+  for (const pcfg::Diagnostic& d : diagnostics) {
+    const std::string line = pcfg::FormatDiagnostic(d);
+    for (unsigned char c : line)
+      if (c < 0x20 || c == 0x7f) fuzz::Fail("a diagnostic holds a control character", line);
+  }
+  std::ostringstream json, sarif;
+  pcfg::PrintDiagnosticsJson(json, diagnostics);
+  MustParseAsJson(json.str(), "check --format json");
+  pcfg::PrintDiagnosticsSarif(sarif, diagnostics);
+  MustParseAsJson(sarif.str(), "check --format sarif");
+
+  const std::string shown = ShowText(config);
+  for (unsigned char c : shown)
+    if ((c < 0x20 && c != '\n') || c == 0x7f) fuzz::Fail("show prints a control character", shown);
+  pcfg::Config spelled(config);
+  SpellStringsInHex(&spelled);
+  const std::string shown_spelled = ShowText(spelled);
+  if (std::count(shown.begin(), shown.end(), '\n') !=
+      std::count(shown_spelled.begin(), shown_spelled.end(), '\n'))
+    fuzz::Fail("show prints a different number of lines for hexadecimal strings",
+               shown + "against\n" + shown_spelled);
 }
 
 using Finding = std::tuple<std::string, int, std::string, std::string>;  // rule, severity, path, message
 
 // The findings of every rule but the one that reads the raw wire data, sorted; where they stand
-// aside.
+// aside. Their printed forms must hold up.
 std::vector<Finding> Findings(const pcfg::LoadedConfig& loaded, const pcfg::CheckOptions& options) {
   std::vector<Finding> findings;
   std::map<std::string, size_t> per_rule;
-  for (const pcfg::Diagnostic& d : pcfg::RunChecks(loaded, options)) {
+  const std::vector<pcfg::Diagnostic> diagnostics = pcfg::RunChecks(loaded, options);
+  CheckPrintedText(loaded.config, diagnostics);
+  for (const pcfg::Diagnostic& d : diagnostics) {
     if (d.severity != pcfg::Severity::kNote && ++per_rule[d.rule] > options.max_per_rule)
       fuzz::Fail("rule " + d.rule + " goes over its cap of findings");
     if (d.rule != "device-wire")
