@@ -19,8 +19,8 @@ class DependencyGraph {
     int peripheral;  // the registry entry it leads to
     int entry;       // the position of the dependency in the listing peripheral's dependencies
   };
-  // What PERIPHERAL depends on, in the order it lists them. (Pointer arithmetic, not indexing:
-  // the end of the last list is one past the last element, which may not be dereferenced.)
+  // What PERIPHERAL depends on, in the order it lists them. (Pointer arithmetic on data(), not
+  // &v[i]: the lists may be empty, and an end may be one past the last element.)
   const Edge* DependenciesBegin(int peripheral) const {
     return dependencies_.data() + dependency_start_[peripheral];
   }

@@ -18,6 +18,26 @@ const char* SeverityName(Severity severity) {
   return "error";
 }
 
+std::string EscapeControlCharacters(const std::string& text) {
+  std::string escaped;
+  for (const char c : text) {
+    const unsigned char byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte != 0x7f) {
+      escaped += c;
+    } else if (c == '\n') {
+      escaped += "\\n";
+    } else if (c == '\r') {
+      escaped += "\\r";
+    } else if (c == '\t') {
+      escaped += "\\t";
+    } else {
+      escaped += {'\\', static_cast<char>('0' + (byte >> 6)), static_cast<char>('0' + (byte >> 3 & 7)),
+                  static_cast<char>('0' + (byte & 7))};
+    }
+  }
+  return escaped;
+}
+
 std::string FormatDiagnostic(const Diagnostic& d) {
   std::string text = d.file;
   if (d.line > 0) {
@@ -28,7 +48,7 @@ std::string FormatDiagnostic(const Diagnostic& d) {
   if (!d.path.empty()) text += d.path + ": ";
   text += d.message;
   if (!d.rule.empty()) text += " [" + d.rule + "]";
-  return text;
+  return EscapeControlCharacters(text);
 }
 
 void PrintDiagnostics(std::ostream& out, const std::vector<Diagnostic>& diagnostics) {

@@ -25,8 +25,14 @@ struct Diagnostic {
   std::string message;
 };
 
-// FILE:LINE:COL: error: PATH: MESSAGE [RULE]
+// FILE:LINE:COL: error: PATH: MESSAGE [RULE], on one line: control characters in ids and names
+// are written as the text format escapes them.
 std::string FormatDiagnostic(const Diagnostic& diagnostic);
+
+// TEXT with its control characters escaped as the text format writes them (\n, \t, \r, \033),
+// so that printing it for people cannot break lines or drive the terminal.
+std::string EscapeControlCharacters(const std::string& text);
+
 void PrintDiagnostics(std::ostream& out, const std::vector<Diagnostic>& diagnostics);
 // A JSON array of objects with file, line, column, severity, rule, path and message.
 void PrintDiagnosticsJson(std::ostream& out, const std::vector<Diagnostic>& diagnostics);

@@ -265,12 +265,61 @@ class Differ {
     return text;
   }
 
+  // Fields the schema does not know compare as protobuf's MessageDifferencer compares them: in
+  // order of number and wire type (the order in which a writer put different fields is no
+  // difference), values exactly (bytes, not their printed form, which reads a length-delimited
+  // field as a message where it can and so hides how its varints were written).
+  static std::vector<const gp::UnknownField*> InWireOrder(const gp::UnknownFieldSet& set) {
+    std::vector<const gp::UnknownField*> fields;
+    for (int i = 0; i < set.field_count(); ++i) fields.push_back(&set.field(i));
+    std::stable_sort(fields.begin(), fields.end(), [](const gp::UnknownField* x, const gp::UnknownField* y) {
+      return std::make_pair(x->number(), x->type()) < std::make_pair(y->number(), y->type());
+    });
+    return fields;
+  }
+  static bool SameUnknown(const gp::UnknownFieldSet& a, const gp::UnknownFieldSet& b) {
+    if (a.field_count() != b.field_count()) return false;
+    const auto in_a = InWireOrder(a), in_b = InWireOrder(b);
+    for (size_t i = 0; i < in_a.size(); ++i) {
+      const gp::UnknownField& x = *in_a[i];
+      const gp::UnknownField& y = *in_b[i];
+      if (x.number() != y.number() || x.type() != y.type()) return false;
+      switch (x.type()) {
+        case gp::UnknownField::TYPE_VARINT:
+          if (x.varint() != y.varint()) return false;
+          break;
+        case gp::UnknownField::TYPE_FIXED32:
+          if (x.fixed32() != y.fixed32()) return false;
+          break;
+        case gp::UnknownField::TYPE_FIXED64:
+          if (x.fixed64() != y.fixed64()) return false;
+          break;
+        case gp::UnknownField::TYPE_LENGTH_DELIMITED:
+          if (x.length_delimited() != y.length_delimited()) return false;
+          break;
+        case gp::UnknownField::TYPE_GROUP:
+          if (!SameUnknown(x.group(), y.group())) return false;
+          break;
+      }
+    }
+    return true;
+  }
+
   void UnknownFields(const gp::UnknownFieldSet& a, const gp::UnknownFieldSet& b) {
     if (a.empty() && b.empty()) return;
+    if (SameUnknown(a, b)) return;
     std::string text_a, text_b;
     printer_.PrintUnknownFieldsToString(a, &text_a);
     printer_.PrintUnknownFieldsToString(b, &text_b);
-    if (text_a == text_b) return;
+    if (text_a == text_b) {  // equal in print: show the wire bytes in hexadecimal
+      auto hex = [](const gp::UnknownFieldSet& set) {
+        std::string wire, text = "bytes";
+        set.SerializeToString(&wire);
+        for (unsigned char c : wire) text += {' ', "0123456789abcdef"[c >> 4], "0123456789abcdef"[c & 15]};
+        return text;
+      };
+      text_a = hex(a), text_b = hex(b);
+    }
     auto shown = [](std::string text) {
       while (!text.empty() && text.back() == ' ') text.pop_back();
       if (text.empty()) return std::string("(none)");

@@ -3,6 +3,7 @@
 #include <ostream>
 #include <set>
 
+#include "diagnostics.h"
 #include "show_facts.h"
 
 namespace pcfg {
@@ -23,8 +24,12 @@ size_t Width(const std::string& text) {
 // Columns padded with spaces to the widest cell, two spaces apart; the last is not padded.
 class Table {
  public:
-  explicit Table(std::vector<std::string> header) { rows_.push_back(std::move(header)); }
-  void Add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
+  explicit Table(std::vector<std::string> header) { Add(std::move(header)); }
+  // Cells hold ids and names as the configuration gives them: control characters are escaped.
+  void Add(std::vector<std::string> row) {
+    for (std::string& cell : row) cell = EscapeControlCharacters(cell);
+    rows_.push_back(std::move(row));
+  }
   // Numbers read better flush right.
   Table& AlignRight(size_t column) {
     right_.insert(column);
@@ -78,8 +83,8 @@ void PrintPeripherals(std::ostream& out, const ShowFacts& facts) {
   order.AlignRight(0).Print(out);
   if (!facts.left_out.empty())
     out << "\nDEPENDENCY CYCLE: " << facts.left_out.size()
-        << " peripheral(s) on or behind a cycle are left out of the bring-up order: " << Join(facts.left_out)
-        << " (pcfg check names the cycle)\n";
+        << " peripheral(s) on or behind a cycle are left out of the bring-up order: "
+        << EscapeControlCharacters(Join(facts.left_out)) << " (pcfg check names the cycle)\n";
 }
 
 void PrintCameras(std::ostream& out, const ShowFacts& facts) {

@@ -1,0 +1,97 @@
+// pcfg fmt: the canonical text of whatever loads (the first byte picks the input's form) loads
+// back equal, formatting it again changes nothing, and it holds no comment. On text input, the
+// comment finder that guards fmt -i agrees with protobuf's own tokenizer.
+#include <google/protobuf/io/tokenizer.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "canonical_text.h"
+#include "checks.h"
+#include "fuzz_support.h"
+
+namespace {
+
+namespace gp = google::protobuf;
+
+class Quiet : public gp::io::ErrorCollector {
+ public:
+  void AddError(int, gp::io::ColumnNumber, const std::string&) override {}
+};
+
+// Like fmt's own test: "# proto-file:" or "# proto-message:", after any run of '#', blanks and tabs.
+bool LooksLikeHeader(const std::string& comment) {
+  const size_t start = comment.find_first_not_of("# \t");
+  if (start == std::string::npos) return false;
+  return comment.compare(start, 11, "proto-file:") == 0 || comment.compare(start, 14, "proto-message:") == 0;
+}
+
+// Every comment line of TEXT as the text format's tokenizer sees it, without its '#'.
+std::vector<std::string> TokenizerComments(std::string text) {
+  // Each comment line then ends in a newline, even an empty one at the very end ("#").
+  text += '\n';
+  gp::io::ArrayInputStream stream(text.data(), static_cast<int>(text.size()));
+  Quiet quiet;
+  gp::io::Tokenizer tokenizer(&stream, &quiet);
+  tokenizer.set_comment_style(gp::io::Tokenizer::SH_COMMENT_STYLE);
+  tokenizer.set_allow_f_after_float(true);
+  tokenizer.set_require_space_after_number(false);
+  std::vector<std::string> lines;
+  auto add = [&lines](const std::string& block) {
+    // Consecutive comment lines come as one block, a newline after each line.
+    for (size_t start = 0, end; (end = block.find('\n', start)) != std::string::npos; start = end + 1)
+      lines.push_back(block.substr(start, end - start));
+  };
+  bool more = true;
+  while (more) {
+    std::string trailing, leading;
+    std::vector<std::string> detached;
+    more = tokenizer.NextWithComments(&trailing, &detached, &leading);
+    add(trailing);
+    for (const std::string& block : detached) add(block);
+    add(leading);
+  }
+  return lines;
+}
+
+void CheckCommentFinder(const std::string& text) {
+  const auto found = pcfg::FindComment(text);
+  int real = 0;
+  for (const std::string& line : TokenizerComments(text))
+    if (!LooksLikeHeader(line)) ++real;
+  if (real > 0 && !found) fuzz::Fail("FindComment misses a comment that the tokenizer sees");
+  if (real == 0 && found && !LooksLikeHeader(found->text))
+    fuzz::Fail("FindComment reports a comment that the tokenizer does not see", found->text);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  fuzz::Bytes input(data, size);
+  const pcfg::Format format = fuzz::FormatFromByte(input.Byte());
+  pcfg::LoadedConfig loaded;
+  if (!fuzz::Load(format, input.Rest(), &loaded)) return 0;
+  if (format == pcfg::Format::kText) CheckCommentFinder(loaded.raw);
+
+  // fmt refuses unknown fields, or with --drop-unknown leaves them out.
+  const bool unknown = fuzz::HasUnknownFields(loaded.config);
+  if (pcfg::FindUnknownFields(loaded).empty() == unknown)
+    fuzz::Fail(unknown ? "fmt would print unknown fields unannounced" : "fmt would refuse fields it knows");
+  loaded.config.DiscardUnknownFields();
+
+  const std::string canonical = pcfg::CanonicalText(loaded.config);
+  pcfg::LoadedConfig again;
+  if (!fuzz::Load(pcfg::Format::kText, canonical, &again))
+    fuzz::Fail("the canonical text does not load", canonical);
+  std::string differences;
+  if (!fuzz::Equal(loaded.config, again.config, &differences))
+    fuzz::Fail("the canonical text loads different", differences);
+  if (pcfg::CanonicalText(again.config) != canonical) fuzz::Fail("formatting the canonical text changes it");
+  if (const auto comment = pcfg::FindComment(canonical))
+    fuzz::Fail("the canonical text holds a comment", comment->text);
+  CheckCommentFinder(canonical);
+  return 0;
+}

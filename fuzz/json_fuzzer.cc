@@ -1,0 +1,10 @@
+// JSON configurations: load, compile, decode to JSON and load again gives what was loaded.
+#include <cstddef>
+#include <cstdint>
+
+#include "roundtrip.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  fuzz::RoundTrip(pcfg::Format::kJson, data, size);
+  return 0;
+}

@@ -1,0 +1,30 @@
+#include "roundtrip.h"
+
+#include <string>
+
+#include "fuzz_support.h"
+
+namespace fuzz {
+
+void RoundTrip(pcfg::Format format, const uint8_t* data, size_t size) {
+  pcfg::LoadedConfig source;
+  if (!Load(format, std::string(reinterpret_cast<const char*>(data), size), &source)) return;
+  const std::string name = pcfg::FormatName(format);
+  // Neither text nor JSON can name a field the schema does not know.
+  if (HasUnknownFields(source.config)) Fail(name + " input loaded with unknown fields");
+
+  pcfg::LoadedConfig compiled;
+  if (!Load(pcfg::Format::kBinary, Print(source.config, pcfg::Format::kBinary), &compiled))
+    Fail("the compiled " + name + " input does not load");
+  std::string differences;
+  if (!Equal(source.config, compiled.config, &differences))
+    Fail("the compiled " + name + " input loads different", differences);
+
+  pcfg::LoadedConfig decoded;
+  const std::string printed = Print(compiled.config, format);
+  if (!Load(format, printed, &decoded)) Fail("the decoded " + name + " does not load", printed);
+  if (!Equal(source.config, decoded.config, &differences))
+    Fail("the decoded " + name + " loads different", differences);
+}
+
+}  // namespace fuzz
