@@ -3,6 +3,7 @@
 #include <string>
 
 #include "fuzz_support.h"
+#include "parse_in_two.h"
 
 namespace fuzz {
 
@@ -25,6 +26,19 @@ void RoundTrip(pcfg::Format format, const uint8_t* data, size_t size) {
   if (!Load(format, printed, &decoded)) Fail("the decoded " + name + " does not load", printed);
   if (!Equal(source.config, decoded.config, &differences))
     Fail("the decoded " + name + " loads different", differences);
+}
+
+void InTwoAsInOne(pcfg::Format format, const uint8_t* data, size_t size) {
+  const std::string input(reinterpret_cast<const char*>(data), size);
+  pcfg::LoadedConfig two;
+  const bool cut = format == pcfg::Format::kText ? pcfg::ParseTextInTwo(input, &two.config, 0)
+                                                 : pcfg::ParseJsonInTwo(input, &two.config, 0);
+  if (!cut) return;
+  pcfg::LoadedConfig one;
+  if (!Load(format, input, &one)) Fail("two threads parse what one parse refuses", input);
+  std::string differences;
+  if (!Equal(one.config, two.config, &differences))
+    Fail("two threads parse it into something else", differences);
 }
 
 }  // namespace fuzz

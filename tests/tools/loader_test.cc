@@ -1,12 +1,13 @@
-// What the loader does beyond protobuf's parsers: cutting large text in two for two threads,
-// which must give exactly what one parse gives, or leave the parse to one thread.
+// What the loader does beyond protobuf's parsers: cutting large text and JSON in two for two
+// threads, which must give exactly what one parse gives, or leave the parse to one thread.
+#include <google/protobuf/util/json_util.h>
 #include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "parse_in_two.h"
 #include "pcfg_test_support.h"
-#include "text_in_two.h"
 
 namespace {
 
@@ -57,6 +58,52 @@ TEST(TextInTwo, LeavesToOneThreadWhatItCannotParseInTwo) {
   pcfg::LoadedConfig small;
   EXPECT_FALSE(pcfg::ParseTextInTwo("peripherals { id: \"a\" }\nperipherals { id: \"b\" }\n", &small.config))
       << "short text is not worth a second thread";
+}
+
+TEST(JsonInTwo, CutsOnlyBetweenElementsOfAMembersArray) {
+  struct Row {
+    const char* json;
+    size_t hint;
+    const char* first;  // empty: no cut
+    const char* second;
+  };
+  const Row rows[] = {
+      {R"({"a": [1, 2], "b": {}})", 0, R"({"a": [1]})", R"({"a":[ 2], "b": {}})"},
+      {R"({"a": [[1, 2], 3]})", 0, R"({"a": [[1, 2]]})", R"({"a":[ 3]})"},
+      {R"({"a": [{"x": [1, 2]}, 3]})", 0, R"({"a": [{"x": [1, 2]}]})", R"({"a":[ 3]})"},
+      {R"({"a": ["],[", 3]})", 0, R"({"a": ["],["]})", R"({"a":[ 3]})"},
+      {R"({"a": [1, 2], "b": [3, 4]})", 12, R"({"a": [1, 2], "b": [3]})", R"({"b":[ 4]})"},
+      {R"({"a": [1, 2], "a": [3]})", 0, "", ""},     // a member named twice
+      {R"({"a_b": [1, 2], "aB": [3]})", 0, "", ""},  // one field by its two names
+      {"{\"\\u0061\": [1, 2]}", 0, "", ""},          // a name with an escape
+      {R"({'a': [1, 2]})", 0, "", ""},               // single quotes
+      {R"({"a": [1, 2]} x)", 0, "", ""},
+      {R"([1, 2])", 0, "", ""},
+      {R"({"a": {"b": [1, 2]}})", 0, "", ""},  // not a member's own array
+  };
+  for (const Row& row : rows) {
+    const pcfg::JsonHalves halves = pcfg::CutJson(row.json, row.hint);
+    EXPECT_EQ(halves.first, row.first) << row.json;
+    EXPECT_EQ(halves.second, row.second) << row.json;
+  }
+}
+
+TEST(JsonInTwo, GivesWhatOneParseGives) {
+  for (const std::string& text :
+       {pcfg_test::ReadFile(pcfg_test::ExamplePath("headset.txtpb")), pcfg_test::ChainBackToFirst(1000)}) {
+    const pcfg::LoadedConfig one = pcfg_test::ParseText(text);
+    std::string json;
+    ASSERT_TRUE(google::protobuf::util::MessageToJsonString(one.config, &json).ok());
+    pcfg::LoadedConfig two;
+    ASSERT_TRUE(pcfg::ParseJsonInTwo(json, &two.config, 0));
+    EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(one.config, two.config));
+  }
+  pcfg::LoadedConfig twice;
+  EXPECT_FALSE(pcfg::ParseJsonInTwo(
+      R"({"peripherals": [{"id": "a"}, {"id": "b"}], "deviceInfo": {}, "device_info": {}})", &twice.config,
+      0));
+  pcfg::LoadedConfig broken;
+  EXPECT_FALSE(pcfg::ParseJsonInTwo(R"({"peripherals": [{"id": "a"}, {"nonsense": 1}]})", &broken.config, 0));
 }
 
 }  // namespace

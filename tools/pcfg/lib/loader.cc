@@ -8,7 +8,7 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 
-#include "text_in_two.h"
+#include "parse_in_two.h"
 #include "walk.h"
 #include "wire_location.h"
 
@@ -63,6 +63,9 @@ class RuntimeLog {
   RuntimeLog(const RuntimeLog&) = delete;
   RuntimeLog& operator=(const RuntimeLog&) = delete;
 
+  // Drops what was collected so far.
+  void Forget() { Utf8Complaints().clear(); }
+
   // The full name of the first field that a UTF-8 complaint names, if any.
   std::string InvalidUtf8Field() const {
     for (const std::string& message : Utf8Complaints()) {
@@ -95,12 +98,13 @@ class RuntimeLog {
 };
 
 bool ParseText(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
+  RuntimeLog log;
   if (ParseTextInTwo(loaded->raw, &loaded->config)) return true;
   loaded->config.Clear();
+  log.Forget();  // what the halves complained of, the whole will again
   TextErrorCollector collector(loaded->file, diagnostics);
   gp::TextFormat::Parser parser;
   parser.RecordErrorsTo(&collector);
-  RuntimeLog log;
   const bool ok = parser.ParseFromString(loaded->raw, &loaded->config);
   if (!ok && CountSeverity(*diagnostics, Severity::kError) == 0) {
     const std::string field = log.InvalidUtf8Field();
@@ -157,6 +161,9 @@ bool ParseJson(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
   gp::util::JsonParseOptions options;
   options.ignore_unknown_fields = false;
   RuntimeLog log;
+  if (ParseJsonInTwo(loaded->raw, &loaded->config)) return true;
+  loaded->config.Clear();
+  log.Forget();  // what the halves complained of, the whole will again
   const auto status = gp::util::JsonStringToMessage(loaded->raw, &loaded->config, options);
   if (status.ok()) return true;
   // protobuf's parser says what is wrong but not where; a syntax pass finds a syntax error's spot.

@@ -1,0 +1,194 @@
+#include "parse_in_two.h"
+
+#include <google/protobuf/arena.h>
+#include <google/protobuf/io/tokenizer.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+#include <google/protobuf/text_format.h>
+#include <google/protobuf/util/json_util.h>
+
+#include <cctype>
+#include <set>
+#include <thread>
+#include <vector>
+
+namespace pcfg {
+namespace {
+
+namespace gp = google::protobuf;
+
+// Keeps the parser quiet: a half's errors are not the input's, and the sequential parse reports.
+class Quiet : public gp::io::ErrorCollector {
+ public:
+  void AddError(int, gp::io::ColumnNumber, const std::string&) override {}
+  void AddWarning(int, gp::io::ColumnNumber, const std::string&) override {}
+};
+
+bool ParseText(std::string_view text, Config* config) {
+  Quiet quiet;
+  gp::TextFormat::Parser parser;
+  parser.RecordErrorsTo(&quiet);
+  gp::io::ArrayInputStream input(text.data(), static_cast<int>(text.size()));
+  try {
+    return parser.Parse(&input, config);
+  } catch (const std::exception&) {
+    return false;  // out of memory in a half: the sequential parse will say so, or manage
+  }
+}
+
+bool ParseJson(const std::string& json, Config* config) {
+  google::protobuf::util::JsonParseOptions options;
+  options.ignore_unknown_fields = false;
+  try {
+    return google::protobuf::util::JsonStringToMessage(json, config, options).ok();
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+// Moves every element of each list of FROM behind the elements of the same list of TO; both
+// live on one arena, so elements change hands without being copied.
+void MoveLists(Config* from, Config* to) {
+  const gp::Reflection* reflection = from->GetReflection();
+  const gp::Descriptor* type = from->GetDescriptor();
+  for (int i = 0; i < type->field_count(); ++i) {
+    const gp::FieldDescriptor* field = type->field(i);
+    if (!field->is_repeated() || field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE) continue;
+    std::vector<gp::Message*> elements(static_cast<size_t>(reflection->FieldSize(*from, field)));
+    for (auto element = elements.rbegin(); element != elements.rend(); ++element)
+      *element = reflection->UnsafeArenaReleaseLast(from, field);
+    for (gp::Message* element : elements) reflection->UnsafeArenaAddAllocatedMessage(to, field, element);
+  }
+}
+
+// Whether both set a singular field, which the text parser refuses in one text.
+bool SetTwice(const Config& a, const Config& b) {
+  const gp::Reflection* reflection = a.GetReflection();
+  const gp::Descriptor* type = a.GetDescriptor();
+  for (int i = 0; i < type->field_count(); ++i) {
+    const gp::FieldDescriptor* field = type->field(i);
+    if (!field->is_repeated() && reflection->HasField(a, field) && reflection->HasField(b, field))
+      return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+size_t TextCutPoint(std::string_view text, size_t hint) {
+  int depth = 0;
+  char quote = 0;
+  bool comment = false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (comment) {
+      comment = c != '\n';
+    } else if (quote != 0) {
+      if (c == '\\')
+        ++i;
+      else if (c == quote || c == '\n')
+        quote = 0;
+    } else if (c == '"' || c == '\'') {
+      quote = c;
+    } else if (c == '#') {
+      comment = true;
+    } else if (c == '{' || c == '<' || c == '[') {
+      ++depth;
+    } else if (c == '}' || c == '>' || c == ']') {
+      if (--depth < 0) return std::string_view::npos;  // not text the parser would take
+      if (depth == 0 && i + 1 >= hint && c != ']') return i + 1;
+    }
+  }
+  return std::string_view::npos;
+}
+
+namespace {
+
+// Parses the two halves at once, the second on a thread of its own, and joins them in CONFIG.
+template <typename Half, typename Parse>
+bool ParseHalves(const Half& first, const Half& second_half, Config* config, Parse parse) {
+  Config* second = gp::Arena::CreateMessage<Config>(config->GetArena());
+  bool second_parsed = false;
+  std::thread worker([&] { second_parsed = parse(second_half, second); });
+  const bool first_parsed = parse(first, config);
+  worker.join();
+  if (!first_parsed || !second_parsed || SetTwice(*config, *second)) return false;
+  MoveLists(second, config);
+  config->MergeFrom(*second);  // the singular fields only the second half set
+  return true;
+}
+
+// A member name as the JSON parser matches it: the field's name or its lowerCamelCase JSON name
+// both lead to one field, so underscores and case are dropped.
+std::string FoldedName(std::string_view name) {
+  std::string folded;
+  for (char c : name)
+    if (c != '_') folded += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return folded;
+}
+
+}  // namespace
+
+bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest) {
+  if (text.size() < smallest || config->GetArena() == nullptr) return false;
+  const size_t cut = TextCutPoint(text, text.size() / 2);
+  if (cut == std::string_view::npos || cut >= text.size()) return false;
+  return ParseHalves(text.substr(0, cut), text.substr(cut), config, ParseText);
+}
+
+JsonHalves CutJson(std::string_view json, size_t hint) {
+  std::vector<char> open;           // the brackets open around the scan
+  std::set<std::string> names;      // the root's member names, folded
+  bool key_next = false;            // in the root object, the next string is a member name
+  std::string_view name, cut_name;  // the member being read; the one whose array is cut
+  size_t cut = std::string_view::npos;
+  for (size_t i = 0; i < json.size(); ++i) {
+    const char c = json[i];
+    if (c == '"') {
+      const size_t start = i;
+      bool escaped = false;
+      for (++i; i < json.size() && json[i] != '"'; ++i) {
+        if (json[i] == '\\') {
+          escaped = true;
+          ++i;
+        }
+      }
+      if (i >= json.size()) return {};
+      if (open.size() == 1 && key_next) {
+        if (escaped || !names.insert(FoldedName(json.substr(start + 1, i - start - 1))).second) return {};
+        name = json.substr(start, i - start + 1);
+        key_next = false;
+      }
+    } else if (c == '{' || c == '[') {
+      if (open.empty() && c != '{') return {};
+      open.push_back(c);
+      key_next = open.size() == 1;
+    } else if (c == '}' || c == ']') {
+      if (open.empty() || open.back() != (c == '}' ? '{' : '[')) return {};
+      open.pop_back();
+    } else if (c == ',') {
+      if (open.size() == 1) key_next = true;
+      if (open.size() == 2 && open.back() == '[' && i >= hint && cut == std::string_view::npos) {
+        cut = i;
+        cut_name = name;
+      }
+    } else if (c == '\'' || (open.empty() && !std::isspace(static_cast<unsigned char>(c)))) {
+      return {};  // protobuf's parser takes single-quoted strings too, which this scan does not follow
+    }
+  }
+  if (cut == std::string_view::npos || !open.empty()) return {};
+  JsonHalves halves;
+  halves.first.reserve(cut + 2);
+  halves.first.append(json.substr(0, cut)).append("]}");
+  halves.second.reserve(json.size() - cut + cut_name.size() + 3);
+  halves.second.append("{").append(cut_name).append(":[").append(json.substr(cut + 1));
+  return halves;
+}
+
+bool ParseJsonInTwo(std::string_view json, Config* config, size_t smallest) {
+  if (json.size() < smallest || config->GetArena() == nullptr) return false;
+  const JsonHalves halves = CutJson(json, json.size() / 2);
+  if (halves.first.empty()) return false;
+  return ParseHalves(halves.first, halves.second, config, ParseJson);
+}
+
+}  // namespace pcfg

@@ -1,0 +1,40 @@
+// Parsing large text and JSON input on two threads: the input is cut where two entries of the
+// root meet, each half is parsed by protobuf's own parser into a configuration of its own on the
+// same arena, and the second half's lists are moved behind the first's. Sequential parsing stays
+// the reference: when no cut is found, when a half does not parse (its errors would be located in
+// the half) or when both halves set one singular field (which the whole input may not), the
+// caller parses the whole input again.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "config.h"
+
+namespace pcfg {
+
+// Input shorter than this is parsed on one thread: a second one would cost more than it saves.
+constexpr size_t kSmallestInputWorthCutting = 256 << 10;
+
+// The first position at or after HINT that lies between two fields of the text's root: nesting
+// depth 0, outside strings and comments, just after a closing brace or angle bracket. npos when
+// none.
+size_t TextCutPoint(std::string_view text, size_t hint);
+
+// Parses TEXT into CONFIG, an empty configuration on an arena, in two halves. False when the
+// caller must parse sequentially instead (CONFIG is then in an unspecified state: clear it).
+bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest = kSmallestInputWorthCutting);
+
+// A JSON object cut in two at the first element boundary at or after HINT in an array that is
+// the value of one of its members: the first half ends that array and the object there, the
+// second opens them again with the same member name. Empty halves when the document offers no
+// such cut, or names a member twice or with escapes (which the halves could not keep apart).
+struct JsonHalves {
+  std::string first, second;
+};
+JsonHalves CutJson(std::string_view json, size_t hint);
+
+// As ParseTextInTwo, for the JSON mapping.
+bool ParseJsonInTwo(std::string_view json, Config* config, size_t smallest = kSmallestInputWorthCutting);
+
+}  // namespace pcfg
