@@ -150,20 +150,25 @@ JsonHalves CutJson(std::string_view json, size_t hint) {
   bool key_next = false;            // in the root object, the next string is a member name
   std::string_view name, cut_name;  // the member being read; the one whose array is cut
   size_t cut = std::string_view::npos;
+  // Inside the root, only these bytes change the scan's state.
+  static constexpr std::array<bool, 256> kMatters = [] {
+    std::array<bool, 256> matters{};
+    for (unsigned char c : std::string_view("\"{}[],'")) matters[c] = true;
+    return matters;
+  }();
   for (size_t i = 0; i < json.size(); ++i) {
     const char c = json[i];
+    if (!kMatters[static_cast<unsigned char>(c)] && !open.empty()) continue;
     if (c == '"') {
+      // The string ends at the first quote after it that an even run of backslashes precedes.
       const size_t start = i;
-      bool escaped = false;
-      for (++i; i < json.size() && json[i] != '"'; ++i) {
-        if (json[i] == '\\') {
-          escaped = true;
-          ++i;
-        }
-      }
-      if (i >= json.size()) return {};
+      do {
+        i = json.find('"', i + 1);
+        if (i == std::string_view::npos) return {};
+      } while ((i - json.find_last_not_of('\\', i - 1)) % 2 == 0);
       if (open.size() == 1 && key_next) {
-        if (escaped || !names.insert(FoldedName(json.substr(start + 1, i - start - 1))).second) return {};
+        const std::string_view inner = json.substr(start + 1, i - start - 1);
+        if (inner.find('\\') != std::string_view::npos || !names.insert(FoldedName(inner)).second) return {};
         name = json.substr(start, i - start + 1);
         key_next = false;
       }
