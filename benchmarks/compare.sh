@@ -272,18 +272,20 @@ if [ "$gbench" = 1 ]; then
   ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b > 0) printf "%.2f", a / b }'; }
   check=$(figure BM_CheckAllRules/10000 4)
   keyed_diff=$(figure BM_DiffEditedAndShuffled/10000 4)
-  json_text=$(ratio "$(figure json 4)" "$(figure text 4)")
+  json_text=$(ratio "$(figure json 3)" "$(figure text 3)")
   echo
   echo "In-process, a synthetic configuration of 10,000 peripherals (benchmarks/synthetic_config.h), medians"
-  echo "of 5. The programs are single-threaded, so goals are judged on CPU time, which on an idle"
-  echo "machine is the wall time and on a busy one leaves out the waiting for a core:"
+  echo "of 5. The checks and the diff run on one thread, so their goals are judged on CPU time, which on an"
+  echo "idle machine is the wall time and on a busy one leaves out the waiting for a core. Text and JSON"
+  echo "of this size load on two threads, and CPU time counts only the calling one: loads are judged on"
+  echo "wall time."
   echo
   echo "| what | wall | CPU | goal |"
   echo "|---|---:|---:|---|"
   echo "| all checks (\`check-benchmark\`, BM_CheckAllRules/10000) | $(figure BM_CheckAllRules/10000 3) ms | $check ms | < 100 ms: $(verdict "$check" 100) |"
   echo "| keyed diff of an edited, shuffled copy (\`diff-benchmark\`, BM_DiffEditedAndShuffled/10000) | $(figure BM_DiffEditedAndShuffled/10000 3) ms | $keyed_diff ms | < 100 ms: $(verdict "$keyed_diff" 100) |"
   for form in binary text json; do
-    echo "| load from $form (\`check-benchmark\`, BM_Load) | $(figure $form 3) ms | $(figure $form 4) ms | $([ $form = json ] && echo "JSON / text: wall $(ratio "$(figure json 3)" "$(figure text 3)"), CPU $json_text; <= 1.2: $(verdict "$json_text" 1.2)") |"
+    echo "| load from $form (\`check-benchmark\`, BM_Load) | $(figure $form 3) ms | $(figure $form 4) ms | $([ $form = json ] && echo "JSON / text, wall: $json_text; <= 1.2: $(verdict "$json_text" 1.2)") |"
   done
 fi
 
