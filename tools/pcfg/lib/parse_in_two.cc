@@ -8,7 +8,6 @@
 
 #include <array>
 #include <cctype>
-#include <set>
 #include <thread>
 #include <vector>
 
@@ -126,15 +125,6 @@ bool ParseHalves(const Half& first, const Half& second_half, Config* config, Par
   return true;
 }
 
-// A member name as the JSON parser matches it: the field's name or its lowerCamelCase JSON name
-// both lead to one field, so underscores and case are dropped.
-std::string FoldedName(std::string_view name) {
-  std::string folded;
-  for (char c : name)
-    if (c != '_') folded += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return folded;
-}
-
 }  // namespace
 
 bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest) {
@@ -145,11 +135,11 @@ bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest) {
 }
 
 JsonHalves CutJson(std::string_view json, size_t hint) {
-  std::vector<char> open;           // the brackets open around the scan
-  std::set<std::string> names;      // the root's member names, folded
-  bool key_next = false;            // in the root object, the next string is a member name
-  std::string_view name, cut_name;  // the member being read; the one whose array is cut
-  size_t cut = std::string_view::npos;
+  // Only the text before the cut is scanned: whatever follows goes to the second half as it
+  // stands, so the parser of that half judges it.
+  std::vector<char> open;  // the brackets open around the scan
+  bool key_next = false;   // in the root object, the next string is a member name
+  std::string_view name;   // the member being read
   // Inside the root, only these bytes change the scan's state.
   static constexpr std::array<bool, 256> kMatters = [] {
     std::array<bool, 256> matters{};
@@ -167,8 +157,6 @@ JsonHalves CutJson(std::string_view json, size_t hint) {
         if (i == std::string_view::npos) return {};
       } while ((i - json.find_last_not_of('\\', i - 1)) % 2 == 0);
       if (open.size() == 1 && key_next) {
-        const std::string_view inner = json.substr(start + 1, i - start - 1);
-        if (inner.find('\\') != std::string_view::npos || !names.insert(FoldedName(inner)).second) return {};
         name = json.substr(start, i - start + 1);
         key_next = false;
       }
@@ -181,21 +169,21 @@ JsonHalves CutJson(std::string_view json, size_t hint) {
       open.pop_back();
     } else if (c == ',') {
       if (open.size() == 1) key_next = true;
-      if (open.size() == 2 && open.back() == '[' && i >= hint && cut == std::string_view::npos) {
-        cut = i;
-        cut_name = name;
+      if (open.size() == 2 && open.back() == '[' && i >= hint && !name.empty()) {
+        // The parser appends a list named twice and merges a message named twice, in the order
+        // of the document; the halves keep that order, and the caller refuses a message in both.
+        JsonHalves halves;
+        halves.first.reserve(i + 2);
+        halves.first.append(json.substr(0, i)).append("]}");
+        halves.second.reserve(json.size() - i + name.size() + 3);
+        halves.second.append("{").append(name).append(":[").append(json.substr(i + 1));
+        return halves;
       }
     } else if (c == '\'' || (open.empty() && !std::isspace(static_cast<unsigned char>(c)))) {
       return {};  // protobuf's parser takes single-quoted strings too, which this scan does not follow
     }
   }
-  if (cut == std::string_view::npos || !open.empty()) return {};
-  JsonHalves halves;
-  halves.first.reserve(cut + 2);
-  halves.first.append(json.substr(0, cut)).append("]}");
-  halves.second.reserve(json.size() - cut + cut_name.size() + 3);
-  halves.second.append("{").append(cut_name).append(":[").append(json.substr(cut + 1));
-  return halves;
+  return {};
 }
 
 bool ParseJsonInTwo(std::string_view json, Config* config, size_t smallest) {

@@ -27,8 +27,8 @@ bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest = kSm
 
 // A JSON object cut in two at the first element boundary at or after HINT in an array that is
 // the value of one of its members: the first half ends that array and the object there, the
-// second opens them again with the same member name. Empty halves when the document offers no
-// such cut, or names a member twice or with escapes (which the halves could not keep apart).
+// second opens them again with the same member name and holds the rest as it stands. Empty halves
+// when the text before HINT offers no such cut.
 struct JsonHalves {
   std::string first, second;
 };
