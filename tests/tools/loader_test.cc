@@ -77,8 +77,11 @@ TEST(JsonInTwo, CutsOnlyBetweenElementsOfAMembersArray) {
       {R"({"a": [1, 2], "a": [3]})", 0, R"({"a": [1]})",
        R"({"a":[ 2], "a": [3]})"},  // named twice: the parser appends
       {"{\"\\u0061\": [1, 2]}", 0, "{\"\\u0061\": [1]}", "{\"\\u0061\":[ 2]}"},  // the name as written
-      {R"({'a': [1, 2]})", 0, "", ""},                                           // single quotes
-      {R"({"a": [1, 2]} x)", 0, R"({"a": [1]})", R"({"a":[ 2]} x)"},             // the rest as it stands
+      {R"({"a": [, 1, 2]})", 0, R"({"a": [, 1]})", R"({"a":[ 2]})"},  // not at a comma the parser refuses
+      {R"({"a": [1 ,, 2]})", 0, "", ""},
+      {R"({"a": [1, ]})", 0, "", ""},
+      {R"({'a': [1, 2]})", 0, "", ""},                                // single quotes
+      {R"({"a": [1, 2]} x)", 0, R"({"a": [1]})", R"({"a":[ 2]} x)"},  // the rest as it stands
       {R"([1, 2])", 0, "", ""},
       {R"({"a": {"b": [1, 2]}})", 0, "", ""},  // not a member's own array
   };

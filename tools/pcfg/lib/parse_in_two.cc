@@ -125,6 +125,15 @@ bool ParseHalves(const Half& first, const Half& second_half, Config* config, Par
   return true;
 }
 
+// Whether the comma at AT stands between two elements: one after '[' or another comma, or before
+// ']', is an error that neither half alone would see.
+bool BetweenElements(std::string_view json, size_t at) {
+  constexpr std::string_view kSpace = " \t\r\n";
+  const size_t before = json.find_last_not_of(kSpace, at - 1), after = json.find_first_not_of(kSpace, at + 1);
+  return before != std::string_view::npos && json[before] != '[' && json[before] != ',' &&
+         after != std::string_view::npos && json[after] != ']' && json[after] != ',';
+}
+
 }  // namespace
 
 bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest) {
@@ -169,7 +178,7 @@ JsonHalves CutJson(std::string_view json, size_t hint) {
       open.pop_back();
     } else if (c == ',') {
       if (open.size() == 1) key_next = true;
-      if (open.size() == 2 && open.back() == '[' && i >= hint && !name.empty()) {
+      if (open.size() == 2 && open.back() == '[' && i >= hint && !name.empty() && BetweenElements(json, i)) {
         // The parser appends a list named twice and merges a message named twice, in the order
         // of the document; the halves keep that order, and the caller refuses a message in both.
         JsonHalves halves;
