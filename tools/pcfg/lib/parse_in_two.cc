@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cctype>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -116,7 +117,12 @@ template <typename Half, typename Parse>
 bool ParseHalves(const Half& first, const Half& second_half, Config* config, Parse parse) {
   Config* second = gp::Arena::CreateMessage<Config>(config->GetArena());
   bool second_parsed = false;
-  std::thread worker([&] { second_parsed = parse(second_half, second); });
+  std::thread worker;
+  try {
+    worker = std::thread([&] { second_parsed = parse(second_half, second); });
+  } catch (const std::system_error&) {
+    return false;  // no thread to be had (a process limit, say): one thread parses the whole
+  }
   const bool first_parsed = parse(first, config);
   worker.join();
   if (!first_parsed || !second_parsed || SetTwice(*config, *second)) return false;
