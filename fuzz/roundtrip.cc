@@ -1,14 +1,49 @@
 #include "roundtrip.h"
 
+#include <google/protobuf/stubs/common.h>
 #include <google/protobuf/text_format.h>
 #include <google/protobuf/util/json_util.h>
 
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "fuzz_support.h"
+#include "json_strict.h"
 #include "parse_in_two.h"
 
 namespace fuzz {
+namespace {
+
+bool IsStructurallyValidUTF8(const std::string& text) {
+  return google::protobuf::internal::IsStructurallyValidUTF8(text.data(), static_cast<int>(text.size()));
+}
+
+// RFC 8259 as nlohmann's parser reads it, less its own limit on the range of numbers, which the
+// RFC leaves to each implementation.
+bool IsJsonGrammar(const std::string& text) {
+  struct Grammar : nlohmann::json_sax<nlohmann::json> {
+    bool null() override { return true; }
+    bool boolean(bool) override { return true; }
+    bool number_integer(number_integer_t) override { return true; }
+    bool number_unsigned(number_unsigned_t) override { return true; }
+    bool number_float(number_float_t, const string_t&) override { return true; }
+    bool string(string_t&) override { return true; }
+    bool binary(binary_t&) override { return true; }
+    bool start_object(std::size_t) override { return true; }
+    bool key(string_t&) override { return true; }
+    bool end_object() override { return true; }
+    bool start_array(std::size_t) override { return true; }
+    bool end_array() override { return true; }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception& error) override {
+      out_of_range = error.id == 406;
+      return false;
+    }
+    bool out_of_range = false;
+  } grammar;
+  return nlohmann::json::sax_parse(text, &grammar) || grammar.out_of_range;
+}
+
+}  // namespace
 
 void RoundTrip(pcfg::Format format, const uint8_t* data, size_t size) {
   pcfg::LoadedConfig source;
@@ -34,9 +69,14 @@ void RoundTrip(pcfg::Format format, const uint8_t* data, size_t size) {
 void InTwoAsInOne(pcfg::Format format, const uint8_t* data, size_t size) {
   const std::string input(reinterpret_cast<const char*>(data), size);
   const bool text = format == pcfg::Format::kText;
+  // For JSON the one parse is strict: protobuf's parser, on what the strict check passed.
+  const bool strict = text || pcfg::CheckStrictJson(input, pcfg::Config::descriptor(), nullptr);
+  if (!text && strict && IsStructurallyValidUTF8(input) && !IsJsonGrammar(input))
+    Fail("the strict check passes what is not JSON", input);
   pcfg::LoadedConfig two;
   if (!(text ? pcfg::ParseTextInTwo(input, &two.config, 0) : pcfg::ParseJsonInTwo(input, &two.config, 0)))
     return;
+  if (!strict) Fail("two threads parse JSON that the strict check refuses", input);
   // The one parse is protobuf's own; the loader's checks that follow it (such as UTF-8 in text
   // strings) follow the two-thread parse alike.
   pcfg::LoadedConfig one;

@@ -52,7 +52,10 @@ def main():
                    "\\303\\251", "nan", "-inf", "inf", "-0.0", "1e400", "0x", "-2147483648", "4294967296",
                    "true", "false", "# proto-file: ", "# proto-message: ", "[ext]"]
     json_tokens = ["{", "}", "[", "]", ":", ",", '"', "\\u", "\\ud800", "null", "true", "false", '"NaN"',
-                   '"Infinity"', '"-Infinity"', "-0", "1e400", "4294967296", "-2147483649", '""']
+                   '"Infinity"', '"-Infinity"', "-0", "1e400", "4294967296", "-2147483649", '""',
+                   # What protobuf's C++ parser tolerates and strict JSON does not.
+                   ",]", ",}", "'", "''", "/*", "*/", "//", "\t", "\x01", "NaN", "Infinity", "01", "1.",
+                   ".5", "+1", "\\x", "\ufeff"]
     with open(os.path.join(out, "text.dict"), "w") as f:
         f.write("# Written by fuzz/write_dictionaries.py from the schema.\n")
         f.writelines(entry(t) for t in text_tokens)
@@ -63,6 +66,8 @@ def main():
         f.write("# Written by fuzz/write_dictionaries.py from the schema.\n")
         f.writelines(entry(t) for t in json_tokens)
         f.writelines(entry('"%s":' % name) for name in sorted(set(fields) | set(json_fields)))
+        f.writelines(entry("%s:" % name) for name in sorted(set(fields) | set(json_fields)))  # bare keys
+        f.writelines(entry("'%s':" % name) for name in sorted(json_fields))
         f.writelines(entry('"%s"' % value) for value in values)
 
 

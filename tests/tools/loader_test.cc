@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "loader.h"
 #include "parse_in_two.h"
 #include "pcfg_test_support.h"
 
@@ -68,22 +69,27 @@ TEST(JsonInTwo, CutsOnlyBetweenElementsOfAMembersArray) {
     const char* second;
   };
   const Row rows[] = {
-      {R"({"a": [1, 2], "b": {}})", 0, R"({"a": [1]})", R"({"a":[ 2], "b": {}})"},
-      {R"({"a": [[1, 2], 3]})", 0, R"({"a": [[1, 2]]})", R"({"a":[ 3]})"},
-      {R"({"a": [{"x": [1, 2]}, 3]})", 0, R"({"a": [{"x": [1, 2]}]})", R"({"a":[ 3]})"},
-      {R"({"a": ["],[", 3]})", 0, R"({"a": ["],["]})", R"({"a":[ 3]})"},
-      {R"({"a": ["\"],[\\", 3]})", 0, R"({"a": ["\"],[\\"]})", R"({"a":[ 3]})"},
-      {R"({"a": [1, 2], "b": [3, 4]})", 12, R"({"a": [1, 2], "b": [3]})", R"({"b":[ 4]})"},
-      {R"({"a": [1, 2], "a": [3]})", 0, R"({"a": [1]})",
-       R"({"a":[ 2], "a": [3]})"},  // named twice: the parser appends
-      {"{\"\\u0061\": [1, 2]}", 0, "{\"\\u0061\": [1]}", "{\"\\u0061\":[ 2]}"},  // the name as written
-      {R"({"a": [, 1, 2]})", 0, R"({"a": [, 1]})", R"({"a":[ 2]})"},  // not at a comma the parser refuses
-      {R"({"a": [1 ,, 2]})", 0, "", ""},
-      {R"({"a": [1, ]})", 0, "", ""},
-      {R"({'a': [1, 2]})", 0, "", ""},                                // single quotes
-      {R"({"a": [1, 2]} x)", 0, R"({"a": [1]})", R"({"a":[ 2]} x)"},  // the rest as it stands
-      {R"([1, 2])", 0, "", ""},
-      {R"({"a": {"b": [1, 2]}})", 0, "", ""},  // not a member's own array
+      {R"({"peripherals": [{"id": "a"}, {"id": "b"}], "deviceInfo": {}})", 0, R"({"peripherals": [{"id": "a"}]})",
+       R"({"peripherals":[ {"id": "b"}], "deviceInfo": {}})"},
+      {R"({"peripherals": [{"id": "],["}, {"id": "b"}]})", 0, R"({"peripherals": [{"id": "],["}]})",
+       R"({"peripherals":[ {"id": "b"}]})"},
+      {R"({"peripherals": [{"id": "\"],[\\"}, {"id": "b"}]})", 0, R"({"peripherals": [{"id": "\"],[\\"}]})",
+       R"({"peripherals":[ {"id": "b"}]})"},
+      // Only a root member's own list: not the dependencies inside an entry.
+      {R"({"peripherals": [{"id": "a", "dependencies": [{"peripheralId": "x"}, {"peripheralId": "y"}]}]})", 0, "",
+       ""},
+      {R"({"peripherals": [{"id": "a"}, {"id": "b"}], "cameraSets": [{}, {}]})", 44,
+       R"({"peripherals": [{"id": "a"}, {"id": "b"}], "cameraSets": [{}]})", R"({"cameraSets":[ {}]})"},
+      {"{\"peripher\\u0061ls\": [{}, {}]}", 0, "{\"peripher\\u0061ls\": [{}]}",
+       "{\"peripher\\u0061ls\":[ {}]}"},  // the name as written
+      // Not strict JSON, so not cut: a bare key after a quoted one once sent the second half's
+      // entries to the quoted member's list.
+      {R"({"peripherals": [{"id": "a"}], cameraSets: [{"id": "c"}, {"id": "d"}]})", 0, "", ""},
+      {R"({peripherals: [{"id": "a"}, {"id": "b"}]})", 0, "", ""},
+      {R"({"peripherals": [{}, {}, ]})", 0, "", ""},
+      {R"({"peripherals": [{}, {}]} x)", 0, "", ""},
+      {R"({"peripherals": [{}, {}], "peripherals": [{}]})", 0, "", ""},  // a list named twice
+      {R"({'peripherals': [{}, {}]})", 0, "", ""},
   };
   for (const Row& row : rows) {
     const pcfg::JsonHalves halves = pcfg::CutJson(row.json, row.hint);
@@ -108,6 +114,130 @@ TEST(JsonInTwo, GivesWhatOneParseGives) {
       0));
   pcfg::LoadedConfig broken;
   EXPECT_FALSE(pcfg::ParseJsonInTwo(R"({"peripherals": [{"id": "a"}, {"nonsense": 1}]})", &broken.config, 0));
+}
+
+// One loader run over JSON: whether it loaded, and its first diagnostic as "line:column: message".
+std::pair<bool, std::string> LoadJson(const std::string& json) {
+  pcfg::LoadedConfig loaded;
+  std::vector<pcfg::Diagnostic> diagnostics;
+  const bool ok = pcfg::ParseConfig("x.json", pcfg::Format::kJson, json, &loaded, &diagnostics);
+  if (diagnostics.empty()) return {ok, ""};
+  const pcfg::Diagnostic& d = diagnostics.front();
+  return {ok, std::to_string(d.line) + ":" + std::to_string(d.column) + ": " + d.message};
+}
+
+// protobuf's C++ parser takes each of these; the other runtimes, and so pcfg, refuse them.
+TEST(StrictJson, RefusesWhatOtherRuntimesRefuseAndSaysWhere) {
+  struct Row {
+    const char* json;
+    const char* says;  // prefix of "line:column: message"
+  };
+  const Row rows[] = {
+      {R"({peripherals: []})", "1:2: invalid JSON: expected a member name in double quotes"},
+      {R"({"peripherals": [{'id': "a"}]})", "1:19: invalid JSON: strings are written in double quotes"},
+      {R"({"peripherals": [{"id": 'a'}]})", "1:25: invalid JSON: strings are written in double quotes"},
+      {"{\"peripherals\": [{}, ]}", "1:20: invalid JSON: a comma after the last element"},
+      {"{\"peripherals\": [],\n}", "1:19: invalid JSON: a comma after the last member"},
+      {"{\"peripherals\": [[{}]]}", "1:18: not a PeripheralConfig in the JSON mapping: a list of field"},
+      {"{\"deviceInfo\": {\"socName\": \"a\tb\"}}", "1:30: invalid JSON: a control character"},
+      {"{\"deviceInfo\": {\"socName\": \"a\\x\"}}", "1:30: invalid JSON: an unknown escape"},
+      {R"({"peripherals": [], "peripherals": []})", "1:21: not a PeripheralConfig in the JSON mapping: field \"peripherals\" is given twice"},
+      {R"({"deviceInfo": {},
+           "device_info": {}})", "2:12: not a PeripheralConfig in the JSON mapping: field \"device_info\" is given twice"},
+      {R"({"peripherals": /* none */ []})", "1:17: invalid JSON: JSON has no comments"},
+      {R"({"generalConfigs": {"cadmorCameraVersion": 01}})", "1:44: invalid JSON: a number may not start with a 0"},
+      {R"({"generalConfigs": {"cadmorCameraVersion": NaN}})", "1:44: invalid JSON: expected a value"},
+      {R"({"generalConfigs": {"cadmorCameraVersion": 1.}})", "1:44: invalid JSON: a decimal point needs digits"},
+      {R"({"peripheralz": []})", "1:2: not a PeripheralConfig in the JSON mapping: Talvo.Peripherals.Config.Models.PeripheralConfig has no field \"peripheralz\""},
+      {R"({"deviceInfo": []})", "1:16: not a PeripheralConfig in the JSON mapping: field \"device_info\" is not repeated"},
+      {R"({"peripherals": {}})", "1:17: not a PeripheralConfig in the JSON mapping: field \"peripherals\" is repeated"},
+      {R"({"peripherals": [{"id": {}}]})", "1:25: not a PeripheralConfig in the JSON mapping: field \"id\" holds a string"},
+      {"[]", "1:1: invalid JSON: a configuration is a JSON object"},
+      {"\xEF\xBB\xBF{}", "1:1: invalid JSON: a configuration is a JSON object"},
+      {"{} {}", "1:4: invalid JSON: text after the end"},
+      {"{\"peripherals\": [{\"id\": \"a", "1:25: invalid JSON: a string that is never closed"},
+      {"{\"peripherals\": [", "1:18: invalid JSON: the input ends where a value should follow"},
+  };
+  for (const Row& row : rows) {
+    const auto [ok, says] = LoadJson(row.json);
+    EXPECT_FALSE(ok) << row.json;
+    EXPECT_EQ(says.rfind(row.says, 0), 0u) << row.json << "\n  says: " << says;
+  }
+  // What the mapping allows, each of its forms once.
+  for (const char* json : {
+           R"({})",
+           " \t\r\n{ \"peripherals\" : [ ] , \"device_info\" : null } \n",
+           R"({"deviceInfo": {"socName": "\u00e9\"\\\/\b\f\n\r\t"}})",
+           R"({"generalConfigs": {"cadmorCameraVersion": 0.5e+1}})",
+       }) {
+    const auto [ok, says] = LoadJson(json);
+    EXPECT_TRUE(ok) << json << "\n  says: " << says;
+  }
+}
+
+// A large configuration whose later root keys are bare was once cut at the last quoted key, so
+// the entries after the cut landed in that key's list, with no error.
+TEST(StrictJson, NeverCutsWhatItCouldNotProve) {
+  std::string cameras;
+  for (int i = 0; i < 6000; ++i) cameras += std::string(i ? ", " : "") + R"({"peripheralId": "cam)" + std::to_string(i) + "\"}";
+  const std::string lenient = "{\"physicalCameras\": [" + cameras + "],\nperipherals: [" + cameras + "]}";
+  ASSERT_GE(lenient.size(), pcfg::kSmallestInputWorthCutting);
+  EXPECT_EQ(LoadJson(lenient).second.rfind("2:1: invalid JSON: expected a member name", 0), 0u);
+  pcfg::LoadedConfig two;
+  EXPECT_FALSE(pcfg::ParseJsonInTwo(lenient, &two.config));
+}
+
+// Findings on JSON input stand where their field is: the key of a singular field, the value of
+// an element of a list.
+TEST(StrictJson, LocatesFields) {
+  pcfg::LoadedConfig loaded;
+  std::vector<pcfg::Diagnostic> diagnostics;
+  ASSERT_TRUE(pcfg::ParseConfig("x.json", pcfg::Format::kJson, R"({
+  "deviceInfo": {"socName": "x"},
+  "peripherals": [
+    {"id": "a"},
+      {"id": "b", "dependencies": [{"peripheral_id": "a"}, {"peripheralId": "c"}]}
+  ]
+})",
+                                &loaded, &diagnostics));
+  struct Row {
+    pcfg::FieldPath path;
+    int line, column;
+  };
+  const pcfg::FieldPath b = pcfg::FieldPath().Element("peripherals", 1);
+  const Row rows[] = {
+      {pcfg::FieldPath().Field("device_info").Field("soc_name"), 2, 18},
+      {pcfg::FieldPath().Element("peripherals", 0), 4, 5},
+      {b, 5, 7},
+      {b.Field("id"), 5, 8},
+      {b.Element("dependencies", 1).Field("peripheral_id"), 5, 61},
+      {b.Element("dependencies", 0).Field("peripheral_id"), 5, 37},
+      {pcfg::FieldPath().Element("peripherals", 7), 3, 3},  // no such element: the list's key
+      {pcfg::FieldPath().Field("general_configs"), 0, 0},   // not in the input
+  };
+  for (const Row& row : rows) {
+    const pcfg::LoadedConfig::Location at = loaded.Locate(row.path);
+    EXPECT_EQ(std::make_pair(at.line, at.column), std::make_pair(row.line, row.column)) << row.path.ToString();
+  }
+}
+
+// The two halves of a large input set one singular field, which one parse refuses: two threads
+// must not take it, and the one parse says where.
+TEST(TextInTwo, RefusesAFieldSetInBothHalves) {
+  std::string entries;
+  for (int i = 0; i < 10000; ++i) entries += "peripherals { id: \"p" + std::to_string(i) + "\" }\n";
+  const std::string text = "device_info { soc_name: \"a\" }\n" + entries + "device_info { soc_name: \"b\" }\n";
+  ASSERT_GE(text.size(), pcfg::kSmallestInputWorthCutting);
+  const size_t cut = pcfg::TextCutPoint(text, text.size() / 2);
+  ASSERT_GT(cut, 40u);
+  ASSERT_LT(cut, text.size() - 40);  // the two device_info really are in different halves
+  pcfg::LoadedConfig two;
+  EXPECT_FALSE(pcfg::ParseTextInTwo(text, &two.config));
+  pcfg::LoadedConfig loaded;
+  std::vector<pcfg::Diagnostic> diagnostics;
+  EXPECT_FALSE(pcfg::ParseConfig("x.txtpb", pcfg::Format::kText, text, &loaded, &diagnostics));
+  ASSERT_FALSE(diagnostics.empty());
+  EXPECT_EQ(diagnostics.front().line, 10002);
 }
 
 }  // namespace

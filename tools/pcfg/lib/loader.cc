@@ -6,8 +6,10 @@
 #include <google/protobuf/util/json_util.h>
 
 #include <mutex>
+#include <tuple>
 #include <nlohmann/json.hpp>
 
+#include "json_strict.h"
 #include "parse_in_two.h"
 #include "walk.h"
 #include "wire_location.h"
@@ -160,8 +162,23 @@ class JsonSyntax : public nlohmann::json_sax<nlohmann::json> {
 bool ParseJson(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
   gp::util::JsonParseOptions options;
   options.ignore_unknown_fields = false;
+  // protobuf's parser takes more than JSON (bare keys, single quotes, trailing commas, a field
+  // twice...), which other runtimes refuse: only what all read alike gets through, and the same
+  // pass proves where the input may be cut for two threads.
+  JsonProblem problem;
+  JsonCut cut;
+  const bool worth_cutting = loaded->raw.size() >= kSmallestInputWorthCutting;
+  if (!CheckStrictJson(loaded->raw, Config::descriptor(), &problem, loaded->raw.size() / 2,
+                       worth_cutting ? &cut : nullptr)) {
+    const auto position = LineIndex(loaded->raw).At(problem.offset);
+    diagnostics->push_back(LoadError(
+        loaded->file,
+        (problem.syntax ? "invalid JSON: " : "not a PeripheralConfig in the JSON mapping: ") + problem.message,
+        position.first, position.second));
+    return false;
+  }
   RuntimeLog log;
-  if (ParseJsonInTwo(loaded->raw, &loaded->config)) return true;
+  if (worth_cutting && ParseJsonInTwo(loaded->raw, cut, &loaded->config)) return true;
   loaded->config.Clear();
   log.Forget();  // what the halves complained of, the whole will again
   const auto status = gp::util::JsonStringToMessage(loaded->raw, &loaded->config, options);
@@ -247,7 +264,9 @@ LoadedConfig::LoadedConfig(LoadedConfig&& other) noexcept
       format(other.format),
       raw(std::move(other.raw)),
       config(other.config),
-      locations_(std::move(other.locations_)) {}
+      locations_(std::move(other.locations_)),
+      json_locations_(std::move(other.json_locations_)),
+      lines_(std::move(other.lines_)) {}
 
 LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
   if (format == Format::kBinary) {
@@ -255,6 +274,17 @@ LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
     Location location;
     location.byte_offset = span.offset;
     location.byte_length = span.length;
+    return location;
+  }
+  if (format == Format::kJson) {
+    // The first diagnostic that needs a position pays for one pass that records them all.
+    if (!json_locations_) {
+      json_locations_ = std::make_unique<JsonLocations>(raw, Config::descriptor());
+      lines_ = std::make_unique<LineIndex>(raw);
+    }
+    Location location;
+    const size_t offset = json_locations_->Find(path);
+    if (offset != std::string::npos) std::tie(location.line, location.column) = lines_->At(offset);
     return location;
   }
   if (format != Format::kText) return {};

@@ -17,6 +17,7 @@
 #include "field_path.h"
 #include "file_io.h"
 #include "formats.h"
+#include "json_strict.h"
 
 namespace pcfg {
 
@@ -45,11 +46,13 @@ class LoadedConfig {
     int byte_length = 0;
   };
   // Where the input holds the deepest field of PATH that it names: line and column of text,
-  // byte offset and length of binary; nothing for JSON.
+  // byte offset and length of binary; line and column (in bytes) of JSON.
   Location Locate(const FieldPath& path) const;
 
  private:
   mutable std::unique_ptr<google::protobuf::TextFormat::ParseInfoTree> locations_;
+  mutable std::unique_ptr<JsonLocations> json_locations_;
+  mutable std::unique_ptr<LineIndex> lines_;
 };
 
 struct LoadOptions {

@@ -7,7 +7,6 @@
 #include <google/protobuf/util/json_util.h>
 
 #include <array>
-#include <cctype>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -131,15 +130,6 @@ bool ParseHalves(const Half& first, const Half& second_half, Config* config, Par
   return true;
 }
 
-// Whether the comma at AT stands between two elements: one after '[' or another comma, or before
-// ']', is an error that neither half alone would see.
-bool BetweenElements(std::string_view json, size_t at) {
-  constexpr std::string_view kSpace = " \t\r\n";
-  const size_t before = json.find_last_not_of(kSpace, at - 1), after = json.find_first_not_of(kSpace, at + 1);
-  return before != std::string_view::npos && json[before] != '[' && json[before] != ',' &&
-         after != std::string_view::npos && json[after] != ']' && json[after] != ',';
-}
-
 }  // namespace
 
 bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest) {
@@ -149,63 +139,36 @@ bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest) {
   return ParseHalves(text.substr(0, cut), text.substr(cut), config, ParseText);
 }
 
+JsonHalves CutJson(std::string_view json, const JsonCut& cut) {
+  if (cut.comma == std::string_view::npos || cut.key.empty()) return {};
+  // The first half ends the list and the root there; the second opens both again under the
+  // member's key as written and holds the rest as it stands.
+  JsonHalves halves;
+  halves.first.reserve(cut.comma + 2);
+  halves.first.append(json.substr(0, cut.comma)).append("]}");
+  halves.second.reserve(json.size() - cut.comma + cut.key.size() + 3);
+  halves.second.append("{").append(cut.key).append(":[").append(json.substr(cut.comma + 1));
+  return halves;
+}
+
 JsonHalves CutJson(std::string_view json, size_t hint) {
-  // Only the text before the cut is scanned: whatever follows goes to the second half as it
-  // stands, so the parser of that half judges it.
-  std::vector<char> open;  // the brackets open around the scan
-  bool key_next = false;   // in the root object, the next string is a member name
-  std::string_view name;   // the member being read
-  // Inside the root, only these bytes change the scan's state.
-  static constexpr std::array<bool, 256> kMatters = [] {
-    std::array<bool, 256> matters{};
-    for (unsigned char c : std::string_view("\"{}[],'")) matters[c] = true;
-    return matters;
-  }();
-  for (size_t i = 0; i < json.size(); ++i) {
-    const char c = json[i];
-    if (!kMatters[static_cast<unsigned char>(c)] && !open.empty()) continue;
-    if (c == '"') {
-      // The string ends at the first quote after it that an even run of backslashes precedes.
-      const size_t start = i;
-      do {
-        i = json.find('"', i + 1);
-        if (i == std::string_view::npos) return {};
-      } while ((i - json.find_last_not_of('\\', i - 1)) % 2 == 0);
-      if (open.size() == 1 && key_next) {
-        name = json.substr(start, i - start + 1);
-        key_next = false;
-      }
-    } else if (c == '{' || c == '[') {
-      if (open.empty() && c != '{') return {};
-      open.push_back(c);
-      key_next = open.size() == 1;
-    } else if (c == '}' || c == ']') {
-      if (open.empty() || open.back() != (c == '}' ? '{' : '[')) return {};
-      open.pop_back();
-    } else if (c == ',') {
-      if (open.size() == 1) key_next = true;
-      if (open.size() == 2 && open.back() == '[' && i >= hint && !name.empty() && BetweenElements(json, i)) {
-        // The parser appends a list named twice and merges a message named twice, in the order
-        // of the document; the halves keep that order, and the caller refuses a message in both.
-        JsonHalves halves;
-        halves.first.reserve(i + 2);
-        halves.first.append(json.substr(0, i)).append("]}");
-        halves.second.reserve(json.size() - i + name.size() + 3);
-        halves.second.append("{").append(name).append(":[").append(json.substr(i + 1));
-        return halves;
-      }
-    } else if (c == '\'' || (open.empty() && !std::isspace(static_cast<unsigned char>(c)))) {
-      return {};  // protobuf's parser takes single-quoted strings too, which this scan does not follow
-    }
-  }
-  return {};
+  JsonCut cut;
+  if (!CheckStrictJson(json, Config::descriptor(), nullptr, hint, &cut)) return {};
+  return CutJson(json, cut);
+}
+
+bool ParseJsonInTwo(std::string_view json, const JsonCut& cut, Config* config, size_t smallest) {
+  if (json.size() < smallest || config->GetArena() == nullptr) return false;
+  const JsonHalves halves = CutJson(json, cut);
+  if (halves.first.empty()) return false;
+  return ParseHalves(halves.first, halves.second, config, ParseJson);
 }
 
 bool ParseJsonInTwo(std::string_view json, Config* config, size_t smallest) {
-  if (json.size() < smallest || config->GetArena() == nullptr) return false;
-  const JsonHalves halves = CutJson(json, json.size() / 2);
-  if (halves.first.empty()) return false;
-  return ParseHalves(halves.first, halves.second, config, ParseJson);
+  if (json.size() < smallest) return false;
+  JsonCut cut;
+  if (!CheckStrictJson(json, Config::descriptor(), nullptr, json.size() / 2, &cut)) return false;
+  return ParseJsonInTwo(json, cut, config, smallest);
 }
 
 }  // namespace pcfg

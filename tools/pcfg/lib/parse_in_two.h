@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "config.h"
+#include "json_strict.h"
 
 namespace pcfg {
 
@@ -25,16 +26,21 @@ size_t TextCutPoint(std::string_view text, size_t hint);
 // caller must parse sequentially instead (CONFIG is then in an unspecified state: clear it).
 bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest = kSmallestInputWorthCutting);
 
-// A JSON object cut in two at the first element boundary at or after HINT in an array that is
-// the value of one of its members: the first half ends that array and the object there, the
-// second opens them again with the same member name and holds the rest as it stands. Empty halves
-// when the text before HINT offers no such cut.
+// A JSON object cut in two at a comma between two elements of the array of a root member: the
+// first half ends that array and the object there, the second opens them again with the same
+// member name and holds the rest as it stands. Only strict JSON is cut (json_strict.h), at a cut
+// its check has proven; empty halves when there is none.
 struct JsonHalves {
   std::string first, second;
 };
+JsonHalves CutJson(std::string_view json, const JsonCut& cut);
+// The first cut at or after HINT, when JSON is strict.
 JsonHalves CutJson(std::string_view json, size_t hint);
 
-// As ParseTextInTwo, for the JSON mapping.
+// As ParseTextInTwo, for the JSON mapping, at CUT, which CheckStrictJson found in JSON.
+bool ParseJsonInTwo(std::string_view json, const JsonCut& cut, Config* config,
+                    size_t smallest = kSmallestInputWorthCutting);
+// The same, checking JSON first.
 bool ParseJsonInTwo(std::string_view json, Config* config, size_t smallest = kSmallestInputWorthCutting);
 
 }  // namespace pcfg
