@@ -4,6 +4,8 @@
 
 #include "bringup.h"
 #include "checks.h"
+#include "json_strict.h"
+#include "loader.h"
 #include "serialize.h"
 #include "synthetic_config.h"
 
@@ -69,6 +71,19 @@ BENCHMARK(BM_Load)
     ->Arg(static_cast<int>(pcfg::Format::kText))
     ->Arg(static_cast<int>(pcfg::Format::kJson))
     ->Unit(benchmark::kMillisecond);
+
+// The strict JSON pass alone, which every JSON load pays before protobuf's parser.
+void BM_StrictJsonCheck(benchmark::State& state) {
+  std::string bytes, error;
+  pcfg::SerializeConfig(pcfg::bench::MakeSyntheticConfig(10000, 1), pcfg::Format::kJson, &bytes, &error);
+  for (auto _ : state) {
+    pcfg::JsonCut cut;
+    if (!pcfg::CheckStrictJson(bytes, pcfg::Config::descriptor(), nullptr, bytes.size() / 2, &cut))
+      state.SkipWithError("not strict");
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes.size()));
+}
+BENCHMARK(BM_StrictJsonCheck)->Unit(benchmark::kMillisecond);
 
 void BM_BringUpOrder(benchmark::State& state) {
   const pcfg::Config config = pcfg::bench::MakeSyntheticConfig(static_cast<int>(state.range(0)), 1);

@@ -4,7 +4,12 @@
 #include <array>
 #include <cctype>
 #include <cstdint>
+#include <cstring>
 #include <mutex>
+#include <unordered_map>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <unordered_map>
 
 namespace pcfg {
@@ -31,6 +36,10 @@ const FieldsByName& FieldsOf(const gp::Descriptor* type) {
   return table->second;
 }
 
+bool SameName(const std::string& field, std::string_view name) {
+  return field.size() == name.size() && std::memcmp(field.data(), name.data(), name.size()) == 0;
+}
+
 // Wrapper messages read as the scalar they wrap.
 bool TakesObject(const gp::FieldDescriptor* field) {
   return field->cpp_type() == gp::FieldDescriptor::CPPTYPE_MESSAGE &&
@@ -46,6 +55,40 @@ constexpr std::array<bool, 256> kStringStops = [] {
   stops['"'] = stops['\\'] = true;
   return stops;
 }();
+
+// The first byte of [AT, END) that ends a string's plain run, or END: sixteen bytes a step where
+// the processor has SSE2, as every x86-64 does.
+const char* PlainRunEnd(const char* at, const char* end) {
+#if defined(__SSE2__)
+  const __m128i quote = _mm_set1_epi8('"'), backslash = _mm_set1_epi8('\\'), last_control = _mm_set1_epi8(0x1F);
+  for (; end - at >= 16; at += 16) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+    const __m128i control = _mm_cmpeq_epi8(_mm_min_epu8(bytes, last_control), bytes);
+    const int stops = _mm_movemask_epi8(
+        _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(bytes, quote), _mm_cmpeq_epi8(bytes, backslash)), control));
+    if (stops != 0) return at + __builtin_ctz(static_cast<unsigned>(stops));
+  }
+#endif
+  while (at < end && !kStringStops[static_cast<unsigned char>(*at)]) ++at;
+  return at;
+}
+
+// The first byte of [AT, END) that is not JSON whitespace, or END.
+const char* SpaceEnd(const char* at, const char* end) {
+#if defined(__SSE2__)
+  const __m128i space = _mm_set1_epi8(' '), newline = _mm_set1_epi8('\n'), tab = _mm_set1_epi8('\t'),
+                carriage_return = _mm_set1_epi8('\r');
+  for (; end - at >= 16; at += 16) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+    const __m128i blank = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(bytes, space), _mm_cmpeq_epi8(bytes, newline)),
+                                       _mm_or_si128(_mm_cmpeq_epi8(bytes, tab), _mm_cmpeq_epi8(bytes, carriage_return)));
+    const int others = ~_mm_movemask_epi8(blank) & 0xFFFF;
+    if (others != 0) return at + __builtin_ctz(static_cast<unsigned>(others));
+  }
+#endif
+  while (at < end && (*at == ' ' || *at == '\n' || *at == '\r' || *at == '\t')) ++at;
+  return at;
+}
 
 int HexValue(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -72,6 +115,32 @@ void AppendUtf8(uint32_t code, std::string* out) {
   }
 }
 
+// Which of a type's fields (or oneofs) an object has named: bits in place for the usual type,
+// on the heap for one with very many fields.
+class IndexSet {
+ public:
+  explicit IndexSet(int size) {
+    if (size > kInPlace) spill_.resize(static_cast<size_t>(size));
+  }
+  bool Test(int index) const {
+    return spill_.empty() ? (bits_[index / 64] >> (index % 64)) & 1 : spill_[static_cast<size_t>(index)];
+  }
+  // Whether INDEX was there already; it is now.
+  bool TestAndSet(int index) {
+    const bool was = Test(index);
+    if (spill_.empty())
+      bits_[index / 64] |= uint64_t{1} << (index % 64);
+    else
+      spill_[static_cast<size_t>(index)] = true;
+    return was;
+  }
+
+ private:
+  static constexpr int kInPlace = 256;
+  uint64_t bits_[kInPlace / 64] = {};
+  std::vector<bool> spill_;
+};
+
 // One pass over the input that either proves it strict or names the first place it is not.
 // Recursion follows the schema's nesting (an object is a value only of a message field), so its
 // depth is the schema's, not the input's.
@@ -79,9 +148,10 @@ class Scanner {
  public:
   Scanner(std::string_view json, JsonProblem* problem) : json_(json), problem_(problem) {}
 
-  void RecordCut(size_t hint, JsonCut* cut) {
+  void RecordCut(size_t hint, JsonCut* cut, const std::function<void(const JsonCut&)>* on_cut) {
     cut_hint_ = hint;
     cut_ = cut;
+    on_cut_ = on_cut;
   }
   void RecordLocations(std::deque<JsonLocations::Node>* nodes) { nodes_ = nodes; }
 
@@ -99,11 +169,11 @@ class Scanner {
   bool AtEnd() const { return pos_ >= json_.size(); }
 
   void SkipSpace() {
-    while (pos_ < json_.size()) {
-      const char c = json_[pos_];
-      if (c != ' ' && c != '\n' && c != '\r' && c != '\t') return;
-      ++pos_;
-    }
+    // Most gaps are none or one byte: look before paying for the wide scan.
+    if (pos_ < json_.size() && json_[pos_] != ' ' && json_[pos_] != '\n' && json_[pos_] != '\r' &&
+        json_[pos_] != '\t')
+      return;
+    pos_ = static_cast<size_t>(SpaceEnd(json_.data() + pos_, json_.data() + json_.size()) - json_.data());
   }
 
   bool Fail(size_t at, std::string message, bool syntax = true) {
@@ -134,7 +204,7 @@ class Scanner {
     const size_t start = pos_++;
     size_t plain_from = pos_;
     for (;;) {
-      while (pos_ < json_.size() && !kStringStops[static_cast<unsigned char>(json_[pos_])]) ++pos_;
+      pos_ = static_cast<size_t>(PlainRunEnd(json_.data() + pos_, json_.data() + json_.size()) - json_.data());
       if (AtEnd()) return Fail(start, "a string that is never closed");
       if (decoded != nullptr) decoded->append(json_.substr(plain_from, pos_ - plain_from));
       const char c = json_[pos_];
@@ -154,10 +224,12 @@ class Scanner {
     static constexpr std::string_view kSimple = "\"\\/bfnrt", kMeans = "\"\\/\b\f\n\r\t";
     const size_t simple = AtEnd() ? kNowhere : kSimple.find(c);
     if (simple != kNowhere) {
+      escaped_ = true;
       if (decoded != nullptr) decoded->push_back(kMeans[simple]);
       ++pos_;
       return true;
     }
+    escaped_ = true;
     if (c != 'u') return Fail(start, "an unknown escape sequence in a string");
     uint32_t code = 0;
     for (int i = 1; i <= 4; ++i) {
@@ -261,15 +333,15 @@ class Scanner {
       if (cut_here && cut_ != nullptr && cut_->comma == kNowhere && comma >= cut_hint_) {
         cut_->comma = comma;
         cut_->key = root_key_;
+        if (on_cut_ != nullptr && *on_cut_) (*on_cut_)(*cut_);
       }
     }
   }
 
   bool Object(const gp::Descriptor* type, bool root, JsonLocations::Node* node) {
     ++pos_;  // '{'
-    const FieldsByName& fields = FieldsOf(type);
-    // At most the type's fields each, as none may come twice.
-    std::vector<const gp::FieldDescriptor*> seen, oneof_members;
+    IndexSet seen(type->field_count()), oneofs_set(type->oneof_decl_count());
+    int next_field = 0;
     SkipSpace();
     if (At() == '}') {
       ++pos_;
@@ -279,31 +351,50 @@ class Scanner {
     for (;;) {
       if (At() != '"') return FailExpected("a member name in double quotes");
       const size_t key_at = pos_;
-      decoded.clear();
-      if (!String(&decoded)) return false;
+      escaped_ = false;
+      if (!String(nullptr)) return false;
       const std::string_view written = json_.substr(key_at + 1, pos_ - key_at - 2);
-      const std::string_view name = written.find('\\') == kNowhere ? written : std::string_view(decoded);
-      const auto found = fields.find(name);
-      if (found == fields.end())
-        return Fail(key_at, type->full_name() + " has no field " + Quoted(name), false);
-      const gp::FieldDescriptor* field = found->second;
+      std::string_view name = written;
+      if (escaped_) {  // rare: unescape a copy to look the name up
+        const size_t end = pos_;
+        pos_ = key_at;
+        decoded.clear();
+        String(&decoded);
+        pos_ = end;
+        name = decoded;
+      }
+      // Members mostly come in the schema's order (protobuf's printer writes them so): try the
+      // next few fields before the table.
+      const gp::FieldDescriptor* field = nullptr;
+      for (int i = next_field, end = std::min(type->field_count(), next_field + 4); i < end && !field; ++i)
+        if (SameName(type->field(i)->json_name(), name) || SameName(type->field(i)->name(), name))
+          field = type->field(i);
+      if (field == nullptr) {
+        const FieldsByName& fields = FieldsOf(type);
+        const auto found = fields.find(name);
+        if (found == fields.end())
+          return Fail(key_at, type->full_name() + " has no field " + Quoted(name), false);
+        field = found->second;
+      }
+      next_field = field->index() + 1;
       SkipSpace();
       if (At() != ':') return FailExpected("':' after a member name");
       ++pos_;
       SkipSpace();
-      for (const gp::FieldDescriptor* other : seen)
-        if (other == field) return Fail(key_at, "field " + Quoted(field->name()) + " is given twice", false);
-      seen.push_back(field);
+      if (seen.TestAndSet(field->index()))
+        return Fail(key_at, "field " + Quoted(field->name()) + " is given twice", false);
       // A member of a oneof set to null leaves the oneof free, as the other runtimes read it.
       if (field->containing_oneof() != nullptr && !NullFollows()) {
-        for (const gp::FieldDescriptor* other : oneof_members)
-          if (other->containing_oneof() == field->containing_oneof())
-            return Fail(key_at,
-                        "fields " + Quoted(other->name()) + " and " + Quoted(field->name()) +
-                            " are both set, but only one member of oneof " +
-                            Quoted(field->containing_oneof()->name()) + " may be",
-                        false);
-        oneof_members.push_back(field);
+        const gp::OneofDescriptor* oneof = field->containing_oneof();
+        if (oneofs_set.TestAndSet(oneof->index())) {
+          const gp::FieldDescriptor* other = nullptr;
+          for (int i = 0; i < oneof->field_count() && other == nullptr; ++i)
+            if (oneof->field(i) != field && seen.Test(oneof->field(i)->index())) other = oneof->field(i);
+          return Fail(key_at,
+                      "fields " + Quoted(other != nullptr ? other->name() : "?") + " and " + Quoted(field->name()) +
+                          " are both set, but only one member of oneof " + Quoted(oneof->name()) + " may be",
+                      false);
+        }
       }
       JsonLocations::Node::Entry* entry = nullptr;
       if (node != nullptr) {
@@ -345,6 +436,8 @@ class Scanner {
   size_t pos_ = 0;
   size_t cut_hint_ = kNowhere;
   JsonCut* cut_ = nullptr;
+  const std::function<void(const JsonCut&)>* on_cut_ = nullptr;
+  bool escaped_ = false;        // whether the last string read had an escape
   std::string_view root_key_;  // the root member whose list is being read, as written
   std::deque<JsonLocations::Node>* nodes_ = nullptr;
 };
@@ -352,11 +445,11 @@ class Scanner {
 }  // namespace
 
 bool CheckStrictJson(std::string_view json, const gp::Descriptor* type, JsonProblem* problem, size_t cut_hint,
-                     JsonCut* cut) {
+                     JsonCut* cut, const std::function<void(const JsonCut&)>& on_cut) {
   Scanner scanner(json, problem);
   if (cut != nullptr) {
     *cut = JsonCut();
-    scanner.RecordCut(cut_hint, cut);
+    scanner.RecordCut(cut_hint, cut, &on_cut);
   }
   const bool ok = scanner.Run(type);
   if (!ok && cut != nullptr) *cut = JsonCut();

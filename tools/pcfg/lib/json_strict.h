@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -36,8 +37,11 @@ struct JsonCut {
 // repeated fields and never inside one another, objects only for messages. On the first
 // violation returns false and says where. When CUT is given, records the first cut at or after
 // CUT_HINT.
+// ON_CUT, when given, hears of the cut as soon as it is found, while the check goes on (to start
+// parsing the rest at once); what it starts is to be trusted only if the whole check passes.
 bool CheckStrictJson(std::string_view json, const google::protobuf::Descriptor* type, JsonProblem* problem,
-                     size_t cut_hint = std::string_view::npos, JsonCut* cut = nullptr);
+                     size_t cut_hint = std::string_view::npos, JsonCut* cut = nullptr,
+                     const std::function<void(const JsonCut&)>& on_cut = nullptr);
 
 // Where each field of strict JSON input stands, recorded in one pass: the key of a singular
 // field, the value of each element of a repeated one.

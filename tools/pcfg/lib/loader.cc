@@ -166,10 +166,9 @@ bool ParseJson(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
   // twice...), which other runtimes refuse: only what all read alike gets through, and the same
   // pass proves where the input may be cut for two threads.
   JsonProblem problem;
-  JsonCut cut;
-  const bool worth_cutting = loaded->raw.size() >= kSmallestInputWorthCutting;
-  if (!CheckStrictJson(loaded->raw, Config::descriptor(), &problem, loaded->raw.size() / 2,
-                       worth_cutting ? &cut : nullptr)) {
+  RuntimeLog log;
+  const JsonLoad result = CheckAndParseJsonInTwo(loaded->raw, &loaded->config, &problem);
+  if (result == JsonLoad::kNotStrict) {
     const auto position = LineIndex(loaded->raw).At(problem.offset);
     diagnostics->push_back(LoadError(
         loaded->file,
@@ -177,8 +176,7 @@ bool ParseJson(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
         position.first, position.second));
     return false;
   }
-  RuntimeLog log;
-  if (worth_cutting && ParseJsonInTwo(loaded->raw, cut, &loaded->config)) return true;
+  if (result == JsonLoad::kParsed) return true;
   loaded->config.Clear();
   log.Forget();  // what the halves complained of, the whole will again
   const auto status = gp::util::JsonStringToMessage(loaded->raw, &loaded->config, options);

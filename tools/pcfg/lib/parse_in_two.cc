@@ -139,15 +139,19 @@ bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest) {
   return ParseHalves(text.substr(0, cut), text.substr(cut), config, ParseText);
 }
 
-JsonHalves CutJson(std::string_view json, const JsonCut& cut) {
+JsonHalves CutJson(std::string_view json, const JsonCut& cut, bool first, bool second) {
   if (cut.comma == std::string_view::npos || cut.key.empty()) return {};
   // The first half ends the list and the root there; the second opens both again under the
   // member's key as written and holds the rest as it stands.
   JsonHalves halves;
-  halves.first.reserve(cut.comma + 2);
-  halves.first.append(json.substr(0, cut.comma)).append("]}");
-  halves.second.reserve(json.size() - cut.comma + cut.key.size() + 3);
-  halves.second.append("{").append(cut.key).append(":[").append(json.substr(cut.comma + 1));
+  if (first) {
+    halves.first.reserve(cut.comma + 2);
+    halves.first.append(json.substr(0, cut.comma)).append("]}");
+  }
+  if (second) {
+    halves.second.reserve(json.size() - cut.comma + cut.key.size() + 3);
+    halves.second.append("{").append(cut.key).append(":[").append(json.substr(cut.comma + 1));
+  }
   return halves;
 }
 
@@ -157,18 +161,41 @@ JsonHalves CutJson(std::string_view json, size_t hint) {
   return CutJson(json, cut);
 }
 
-bool ParseJsonInTwo(std::string_view json, const JsonCut& cut, Config* config, size_t smallest) {
-  if (json.size() < smallest || config->GetArena() == nullptr) return false;
-  const JsonHalves halves = CutJson(json, cut);
-  if (halves.first.empty()) return false;
-  return ParseHalves(halves.first, halves.second, config, ParseJson);
+JsonLoad CheckAndParseJsonInTwo(std::string_view json, Config* config, JsonProblem* problem, size_t smallest) {
+  const bool worth_cutting = json.size() >= smallest && config->GetArena() != nullptr;
+  JsonCut cut;
+  Config* second = worth_cutting ? gp::Arena::CreateMessage<Config>(config->GetArena()) : nullptr;
+  bool first_parsed = false, second_parsed = false;
+  std::thread first_worker, second_worker;
+  // Both halves are parsed from the moment the check finds the cut (the first half is by then
+  // checked already), while the check reads on; the result counts only once the check has passed
+  // the whole input.
+  const auto parse_halves = [&](const JsonCut& found) {
+    try {
+      second_worker = std::thread([&, found] {
+        second_parsed = ParseJson(CutJson(json, found, false, true).second, second);
+      });
+      first_worker = std::thread([&, found] { first_parsed = ParseJson(CutJson(json, found, true, false).first, config); });
+    } catch (const std::system_error&) {
+      // no thread to be had (a process limit, say): one thread parses the whole
+    }
+  };
+  const bool strict = CheckStrictJson(json, Config::descriptor(), problem, json.size() / 2,
+                                      worth_cutting ? &cut : nullptr, parse_halves);
+  const bool started = first_worker.joinable() && second_worker.joinable();
+  if (first_worker.joinable()) first_worker.join();
+  if (second_worker.joinable()) second_worker.join();
+  if (!started) first_parsed = false;
+  if (!strict) return JsonLoad::kNotStrict;
+  if (!first_parsed || !second_parsed || SetTwice(*config, *second)) return JsonLoad::kParseOnOneThread;
+  MoveLists(second, config);
+  config->MergeFrom(*second);  // the singular fields only the second half set
+  return JsonLoad::kParsed;
 }
 
 bool ParseJsonInTwo(std::string_view json, Config* config, size_t smallest) {
-  if (json.size() < smallest) return false;
-  JsonCut cut;
-  if (!CheckStrictJson(json, Config::descriptor(), nullptr, json.size() / 2, &cut)) return false;
-  return ParseJsonInTwo(json, cut, config, smallest);
+  if (json.size() < smallest || config->GetArena() == nullptr) return false;
+  return CheckAndParseJsonInTwo(json, config, nullptr, smallest) == JsonLoad::kParsed;
 }
 
 }  // namespace pcfg

@@ -33,14 +33,21 @@ bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest = kSm
 struct JsonHalves {
   std::string first, second;
 };
-JsonHalves CutJson(std::string_view json, const JsonCut& cut);
+JsonHalves CutJson(std::string_view json, const JsonCut& cut, bool first = true, bool second = true);
 // The first cut at or after HINT, when JSON is strict.
 JsonHalves CutJson(std::string_view json, size_t hint);
 
-// As ParseTextInTwo, for the JSON mapping, at CUT, which CheckStrictJson found in JSON.
-bool ParseJsonInTwo(std::string_view json, const JsonCut& cut, Config* config,
-                    size_t smallest = kSmallestInputWorthCutting);
-// The same, checking JSON first.
+// Checks JSON strictly (CheckStrictJson, which says what is wrong in PROBLEM) and, when it is large
+// enough, parses it in two halves meanwhile: the second half from the moment the check has found
+// where to cut, the first once the check has passed.
+enum class JsonLoad {
+  kNotStrict,         // PROBLEM says why
+  kParsed,            // CONFIG holds the configuration
+  kParseOnOneThread,  // strict, but not parsed here: the caller parses the whole (clear CONFIG)
+};
+JsonLoad CheckAndParseJsonInTwo(std::string_view json, Config* config, JsonProblem* problem,
+                                size_t smallest = kSmallestInputWorthCutting);
+// Whether two threads parsed JSON (strict, and however short) into CONFIG.
 bool ParseJsonInTwo(std::string_view json, Config* config, size_t smallest = kSmallestInputWorthCutting);
 
 }  // namespace pcfg
