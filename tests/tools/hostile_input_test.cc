@@ -14,6 +14,8 @@
 #include <chrono>
 #include <functional>
 #include <nlohmann/json.hpp>
+
+#include <climits>
 #include <string>
 #include <thread>
 
@@ -58,6 +60,13 @@ std::string CompiledClean(const std::string& dir) {
 }
 
 bool IsJson(const std::string& text) { return nlohmann::json::accept(text); }
+
+int TemporaryFilesIn(const std::string& dir);
+
+std::string CompiledBinary(const std::string& dir) {
+  CompiledClean(dir);
+  return dir + "/clean.binpb";
+}
 
 struct HostileCase {
   const char* name;
@@ -325,6 +334,48 @@ const HostileCase kCases[] = {
      [](const std::string&, const std::string& out) {
        EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 6) << out;
      }},
+    // ---- outputs that go away or fill up ----
+    {"ClosedPipeIsAWriteError",
+     [](const std::string& dir) {
+       std::string text;
+       for (int i = 0; i < 3000; ++i) text += "peripherals { id: \"p" + std::to_string(i) + "\" }\n";
+       const std::string binary = dir + "/big.binpb";
+       std::system((Pcfg({"compile", "--no-check", Put(dir, "big.txtpb", text), "-o", binary}) + " 2>/dev/null").c_str());
+       return "{ " + Pcfg({"decode", binary}) + "; echo $? > " + Quote(dir + "/status") +
+              "; } | head -c 10 > /dev/null; exit $(cat " + Quote(dir + "/status") + ")";
+     },
+     2, "<stdout>: error: cannot write: Broken pipe"},
+    {"FileSizeLimitKeepsTheOldOutput",
+     [](const std::string& dir) {
+       const std::string binary = dir + "/headset.binpb";
+       std::system((Pcfg({"compile", pcfg_test::ExamplePath("headset.txtpb"), "-o", binary}) + " 2>/dev/null").c_str());
+       Put(dir, "out.txtpb", "precious");
+       return "ulimit -f 8; " + Pcfg({"decode", binary, "-o", dir + "/out.txtpb"});
+     },
+     2, "out.txtpb: error: cannot write: File too large",
+     [](const std::string& dir, const std::string&) {
+       EXPECT_EQ(ReadFile(dir + "/out.txtpb"), "precious");
+       EXPECT_EQ(TemporaryFilesIn(dir), 0);
+     }},
+    {"OutputNameAtTheFileNameLimit",
+     [](const std::string& dir) {
+       return Pcfg({"compile", Put(dir, "clean.txtpb", kClean), "-o", dir + "/" + std::string(NAME_MAX, 'x')});
+     },
+     0, "wrote",
+     [](const std::string& dir, const std::string&) {
+       EXPECT_FALSE(ReadFile(dir + "/" + std::string(NAME_MAX, 'x')).empty());
+       EXPECT_EQ(TemporaryFilesIn(dir), 0);
+     }},
+    {"FmtToItsOwnInputThroughStandardOutput",
+     [](const std::string& dir) {
+       const std::string text = Put(dir, "a.txtpb", kClean);
+       return Pcfg({"fmt", text}) + " >> " + Quote(text);
+     },
+     2, "<stdout>: error: is also an input",
+     [](const std::string& dir, const std::string&) { EXPECT_EQ(ReadFile(dir + "/a.txtpb"), kClean); }},
+    {"ClosedStandardOutput",
+     [](const std::string& dir) { return Pcfg({"decode", CompiledBinary(dir)}) + " >&-"; },
+     2, "<stdout>: error: standard output is closed"},
 };
 
 // Rows are named by their names, in test listings too.
@@ -356,6 +407,10 @@ INSTANTIATE_TEST_SUITE_P(Rows, HostileInput, testing::ValuesIn(kCases),
                          [](const testing::TestParamInfo<HostileCase>& info) {
                            return std::string(info.param.name);
                          });
+
+}  // namespace
+
+namespace {
 
 // Temporary files of an atomic write carry ".pcfg-" in their names.
 int TemporaryFilesIn(const std::string& dir) {

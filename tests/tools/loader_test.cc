@@ -152,6 +152,9 @@ TEST(StrictJson, RefusesWhatOtherRuntimesRefuseAndSaysWhere) {
       {R"({"deviceInfo": []})", "1:16: not a PeripheralConfig in the JSON mapping: field \"device_info\" is not repeated"},
       {R"({"peripherals": {}})", "1:17: not a PeripheralConfig in the JSON mapping: field \"peripherals\" is repeated"},
       {R"({"peripherals": [{"id": {}}]})", "1:25: not a PeripheralConfig in the JSON mapping: field \"id\" holds a string"},
+      {R"({"deviceInfo": {"socName": "\ud800"}})", "1:29: invalid JSON: a high surrogate without a low one"},
+      {R"({"deviceInfo": {"socName": "\ud800\u0041"}})", "1:29: invalid JSON: a high surrogate without a low one"},
+      {R"({"deviceInfo": {"socName": "a\udc00"}})", "1:30: invalid JSON: a low surrogate without a high one"},
       {"[]", "1:1: invalid JSON: a configuration is a JSON object"},
       {"\xEF\xBB\xBF{}", "1:1: invalid JSON: a configuration is a JSON object"},
       {"{} {}", "1:4: invalid JSON: text after the end"},
@@ -167,7 +170,7 @@ TEST(StrictJson, RefusesWhatOtherRuntimesRefuseAndSaysWhere) {
   for (const char* json : {
            R"({})",
            " \t\r\n{ \"peripherals\" : [ ] , \"device_info\" : null } \n",
-           R"({"deviceInfo": {"socName": "\u00e9\"\\\/\b\f\n\r\t"}})",
+           R"({"deviceInfo": {"socName": "\u00e9\"\\\/\b\f\n\r\t\ud83d\ude00"}})",
            R"({"generalConfigs": {"cadmorCameraVersion": 0.5e+1}})",
        }) {
     const auto [ok, says] = LoadJson(json);

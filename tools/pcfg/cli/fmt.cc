@@ -75,7 +75,9 @@ int RunFmt(const FmtOptions& options) {
     if (!LoadOrReport(options.inputs[0], options.in.ToLoadOptions(Format::kText), &loaded) ||
         !SettleUnknownFields(loaded, options.drop_unknown))
       return kExitTrouble;
-    return WriteConfigOrReport("-", loaded.config, Format::kText) ? kExitOk : kExitTrouble;
+    OutputPolicy to_standard_output = options.policy;
+    to_standard_output.inputs = {options.inputs[0]};  // pcfg fmt a.txtpb >> a.txtpb
+    return WriteConfigOrReport("-", loaded.config, Format::kText, to_standard_output) ? kExitOk : kExitTrouble;
   }
   bool trouble = false, unformatted = false;
   for (const std::string& input : options.inputs) {

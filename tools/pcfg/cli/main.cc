@@ -66,6 +66,7 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  pcfg::ReserveStandardDescriptors();
   pcfg::RemoveTemporaryFilesOnSignals();
   int status;
   try {

@@ -43,7 +43,13 @@ bool WriteOutput(const std::string& path, std::string_view bytes, const OutputPo
                  std::string* error);
 
 // Makes SIGINT, SIGTERM and SIGHUP remove a temporary file that is being written before the
-// process ends as the signal says. Call once, early in main.
+// process ends as the signal says, and turns SIGPIPE and SIGXFSZ into write errors. Call once,
+// early in main.
 void RemoveTemporaryFilesOnSignals();
+
+// Puts /dev/null (read-only) on standard input, output or error where one is closed, so that no
+// file opened later lands on it; writing to a closed standard output then fails as such. Call
+// first in main.
+void ReserveStandardDescriptors();
 
 }  // namespace pcfg

@@ -4,6 +4,7 @@
 #include <google/protobuf/io/zero_copy_stream_impl.h>
 #include <sys/stat.h>
 
+#include <climits>
 #include <csignal>
 #include <iostream>
 
@@ -19,6 +20,11 @@ char g_temporary[4096];
 volatile std::sig_atomic_t g_have_temporary = 0;
 
 constexpr int kCleanedUpSignals[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr size_t kNameMax = NAME_MAX;
+
+// Whether standard output was closed when pcfg started (its descriptor then holds /dev/null,
+// read-only, so that no file opened later takes its place).
+bool g_standard_output_closed = false;
 
 void OnSignal(int signal) {
   if (g_have_temporary) ::unlink(g_temporary);
@@ -48,7 +54,11 @@ class TemporaryFile {
  public:
   // Creates DIRECTORY/.NAME.pcfg-XXXXXX; fd() is negative on failure.
   TemporaryFile(const std::string& directory, const std::string& name) {
-    const std::string pattern = directory + "/." + name + ".pcfg-XXXXXX";
+    // A name near the file-name limit leaves no room for the marks around it: the temporary name
+    // keeps as much of it as fits, and the random part keeps it unique.
+    constexpr size_t kMarks = std::string_view(".").size() + std::string_view(".pcfg-XXXXXX").size();
+    const size_t fits = kNameMax > kMarks ? kNameMax - kMarks : 0;
+    const std::string pattern = directory + "/." + name.substr(0, fits) + ".pcfg-XXXXXX";
     if (pattern.size() >= sizeof g_temporary) {
       errno = ENAMETOOLONG;
       return;
@@ -220,6 +230,10 @@ bool WriteOutput(const std::string& path, const Producer& produce, const OutputP
   std::string target;
   if (!FollowLinks(path, &target, error)) return false;
   const int named = NamedDescriptor(target);
+  if (named == STDOUT_FILENO && g_standard_output_closed) {
+    *error = "standard output is closed";
+    return false;
+  }
   if (named >= 0) {
     struct stat info;
     if (::fstat(named, &info) != 0) {
@@ -279,6 +293,23 @@ void RemoveTemporaryFilesOnSignals() {
   action.sa_handler = OnSignal;
   sigemptyset(&action.sa_mask);
   for (int signal : kCleanedUpSignals) ::sigaction(signal, &action, nullptr);
+  // A reader that goes away (pcfg decode x | head) and a file-size limit make the write fail
+  // with EPIPE or EFBIG, so that pcfg says so, removes its temporary file and exits with 2,
+  // instead of dying of the signal.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
+}
+
+void ReserveStandardDescriptors() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (::fcntl(fd, F_GETFD) != -1 || errno != EBADF) continue;
+    const int held = ::open("/dev/null", fd == STDIN_FILENO ? O_RDONLY : O_RDONLY | O_CLOEXEC);
+    if (held >= 0 && held != fd) {
+      ::dup2(held, fd);
+      ::close(held);
+    }
+    if (fd == STDOUT_FILENO) g_standard_output_closed = true;
+  }
 }
 
 }  // namespace pcfg

@@ -232,13 +232,28 @@ class Scanner {
     escaped_ = true;
     if (c != 'u') return Fail(start, "an unknown escape sequence in a string");
     uint32_t code = 0;
-    for (int i = 1; i <= 4; ++i) {
-      const int digit = pos_ + i < json_.size() ? HexValue(json_[pos_ + i]) : -1;
-      if (digit < 0) return Fail(start, "\\u takes four hexadecimal digits");
-      code = code * 16 + static_cast<uint32_t>(digit);
-    }
+    if (!Hex4(pos_ + 1, &code)) return Fail(start, "\\u takes four hexadecimal digits");
     pos_ += 5;
-    if (decoded != nullptr) AppendUtf8(code, decoded);  // a surrogate stays as it is: keys only
+    // A string is Unicode text: a surrogate only in a pair, high then low, which the wire (UTF-8)
+    // can carry; alone, protobuf would find the field's bytes invalid after the fact.
+    if (code >= 0xDC00 && code <= 0xDFFF) return Fail(start, "a low surrogate without a high one before it");
+    if (code >= 0xD800 && code <= 0xDBFF) {
+      uint32_t low = 0;
+      if (json_.substr(pos_, 2) != "\\u" || !Hex4(pos_ + 2, &low) || low < 0xDC00 || low > 0xDFFF)
+        return Fail(start, "a high surrogate without a low one after it");
+      pos_ += 6;
+      code = 0x10000 + ((code - 0xD800) << 10) + (low - 0xDC00);
+    }
+    if (decoded != nullptr) AppendUtf8(code, decoded);
+    return true;
+  }
+
+  bool Hex4(size_t at, uint32_t* code) const {
+    for (size_t i = at; i < at + 4; ++i) {
+      const int digit = i < json_.size() ? HexValue(json_[i]) : -1;
+      if (digit < 0) return false;
+      *code = *code * 16 + static_cast<uint32_t>(digit);
+    }
     return true;
   }
 
