@@ -141,6 +141,34 @@ TEST(Cli, FormsAreNamedByExtensionOrNameWithoutCase) {
     EXPECT_EQ(Pcfg(row.args).status, row.status) << row.args[1] << " " << row.args[2];
 }
 
+// What a newcomer types wrong is answered in their words, naming the valid choices.
+TEST(Cli, MistakesNameTheChoices) {
+  const std::string text = Written("newcomer.txtpb", kSmall);
+  const std::string unknown_extension = Written("newcomer.txt", kSmall);
+  struct Row {
+    std::vector<std::string> args;
+    int status;
+    const char* says;  // in standard output or error
+  };
+  const Row rows[] = {
+      {{"nope"}, 2, "no command 'nope'; the commands are compile, decode, check"},
+      {{"help"}, 0, "compile"},
+      {{"check", "--from", "xml", text}, 2, "no form 'xml'; the forms are text, json and binary"},
+      {{"check", "--max-diagnostics=-1", text}, 2, "expected a whole number from 0 (all) to 999999999"},
+      {{"check", "--max-diagnostics=4294967296", text}, 2, "expected a whole number"},
+      {{"check", "--max-diagnostics=999999999", text}, 0, "0 error(s)"},
+      {{"decode", text}, 0, "peripherals {"},  // decode reads its input by extension too
+      {{"decode", unknown_extension}, 2, "read as binary because its extension names no form; choose with --from"},
+      {{"decode", "--from", "text", unknown_extension}, 0, "peripherals {"},
+  };
+  for (const Row& row : rows) {
+    const auto run = Pcfg(row.args);
+    EXPECT_EQ(run.status, row.status) << row.args[0] << "\n" << run.out << run.err;
+    EXPECT_NE((run.out + run.err).find(row.says), std::string::npos) << row.args[0] << "\n" << run.out << run.err;
+  }
+  EXPECT_EQ(Pcfg({"help"}).out.find("Usage: pcfg help"), std::string::npos) << "help explains pcfg, not itself";
+}
+
 TEST(Cli, CompileWritesBesideItsInputByDefault) {
   const std::string dir = Scratch("default-output");
   ::mkdir(dir.c_str(), 0755);

@@ -344,7 +344,7 @@ const HostileCase kCases[] = {
        return "{ " + Pcfg({"decode", binary}) + "; echo $? > " + Quote(dir + "/status") +
               "; } | head -c 10 > /dev/null; exit $(cat " + Quote(dir + "/status") + ")";
      },
-     2, "<stdout>: error: cannot write: Broken pipe"},
+     2, "<stdout>: error: the reader closed the pipe; the output is cut short"},
     {"FileSizeLimitKeepsTheOldOutput",
      [](const std::string& dir) {
        const std::string binary = dir + "/headset.binpb";

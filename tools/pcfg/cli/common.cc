@@ -9,7 +9,17 @@ namespace pcfg::cli {
 void AddFormatOption(CLI::App& command, std::optional<Format>& format, const std::string& name,
                      const std::string& help) {
   command.add_option(name, format, help)
-      ->transform(CLI::CheckedTransformer(FormatNames(), CLI::ignore_case))
+      ->transform(CLI::Validator(
+          [](std::string& value) -> std::string {
+            if (const auto form = ParseFormatName(value)) {
+              value = std::to_string(static_cast<int>(*form));
+              return "";
+            }
+            std::string names;
+            for (const auto& [known, form] : FormatNames()) names += (names.empty() ? "" : ", ") + known;
+            return "no form '" + value + "'; the forms are text, json and binary (also as " + names + ")";
+          },
+          "FORM"))
       ->option_text("text|json|binary");
 }
 
@@ -75,6 +85,14 @@ void AddRuleOptions(CLI::App& command, RuleSelection& selection) {
   command
       .add_option("--max-diagnostics", selection.max_per_rule,
                   "show at most N findings of each rule, then how many more there are (0: all; default 100)")
+      ->check(CLI::Validator(
+          [](std::string& value) -> std::string {
+            // Only digits: "-1" would otherwise wrap round to "all", and a huge number overflow.
+            if (!value.empty() && value.size() <= 9 && value.find_first_not_of("0123456789") == std::string::npos)
+              return "";
+            return "expected a whole number from 0 (all) to 999999999, not '" + value + "'";
+          },
+          "N"))
       ->option_text("N");
 }
 
@@ -86,7 +104,8 @@ namespace {
 
 bool Reported(const std::string& path, bool written, const std::string& error) {
   if (!written)
-    std::cerr << (path == "-" ? "<stdout>" : path) << ": error: " << error << " (nothing written)\n";
+    std::cerr << (path == "-" ? "<stdout>" : path) << ": error: " << error
+              << (error.find("cut short") == std::string::npos ? " (nothing written)" : "") << "\n";
   return written;
 }
 

@@ -47,8 +47,8 @@ void AddCompileCommand(CLI::App& app, int& exit_status) {
   auto options = std::make_shared<CompileOptions>();
   CLI::App* command = app.add_subcommand("compile", "Compile a text or JSON configuration to binary");
   command->footer(
-      "Runs the checks first and writes nothing when they find errors. OUT is replaced atomically\n"
-      "when it is a plain file and written through otherwise (a FIFO, a device, standard output).\n"
+      "Runs the checks first and writes nothing when they find errors. The output (-o) is replaced\n"
+      "atomically when it is a plain file and written through otherwise (a FIFO, a device, standard output).\n"
       "Exit status: 0 written, 1 the checks found errors, 2 usage error, unreadable or unparsable\n"
       "input, or an output that cannot be written.\n"
       "Example: pcfg compile examples/headset.txtpb -o headset.binpb");

@@ -17,11 +17,10 @@ struct DecodeOptions {
 };
 
 int RunDecode(DecodeOptions& options) {
-  LoadOptions load = options.in.ToLoadOptions(Format::kBinary);
-  if (!load.format) load.format = Format::kBinary;
+  LoadOptions load = options.in.ToLoadOptions(Format::kBinary);  // by extension; standard input binary
   LoadedConfig loaded;
   if (!LoadOrReport(options.input, load, &loaded)) return kExitTrouble;
-  // By OUT's extension when it names text or JSON; text otherwise.
+  // By the output's extension when it names text or JSON; text otherwise.
   Format to = Format::kText;
   if (options.to)
     to = *options.to;
@@ -40,12 +39,14 @@ void AddDecodeCommand(CLI::App& app, int& exit_status) {
   command->footer(
       "Binary input that carries fields the schema does not know is refused (exit 2), since\n"
       "neither form can carry them back; --drop-unknown decodes it without them.\n"
+      "The input's form comes from its extension (.binpb, .txtpb, .json...; binary when it names\n"
+      "none, and for standard input); --from chooses it.\n"
       "Exit status: 0 written, 2 usage error, unreadable input or an output that cannot be written.\n"
       "Example: pcfg decode headset.binpb --to json -o headset.json");
-  command->add_option("IN", options->input, "binary input file, or - for standard input")->required();
+  command->add_option("IN", options->input, "input file (binary, or by its extension text or JSON), or - for standard input (binary)")->required();
   command->add_option("-o,--output", options->output, "output file (default: - for stdout)");
   AddFormatOption(*command, options->to, "--to",
-                  "output format: text or json (default: by OUT's extension, else text)");
+                  "output format: text, json or binary (default: by -o's extension, else text)");
   AddInputOptions(*command, options->in);
   AddDropUnknownOption(*command, options->drop_unknown);
   AddForceOption(*command, options->policy);

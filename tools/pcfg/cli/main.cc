@@ -17,7 +17,8 @@ void AddHelpCommand(CLI::App& app, std::string& topic, int& exit_status) {
   help->add_option("COMMAND", topic, "the command to explain");
   help->callback([&app, &topic, &exit_status] {
     if (topic.empty()) {
-      std::cout << app.help();
+      // app.help() would explain the command that ran, which is help itself.
+      std::cout << app.get_formatter()->make_help(&app, "pcfg", CLI::AppFormatMode::Normal);
       return;
     }
     try {
@@ -48,6 +49,19 @@ int Run(int argc, char** argv) {
   std::string help_topic;
   AddHelpCommand(app, help_topic, exit_status);
 
+  // CLI11 would take an unknown word for a stray argument and ask for a command.
+  if (argc > 1 && argv[1][0] != '-') {
+    std::string commands;
+    bool known = false;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+      commands += (commands.empty() ? "" : ", ") + command->get_name();
+      known = known || command->check_name(argv[1]);
+    }
+    if (!known) {
+      std::cerr << "pcfg: no command '" << argv[1] << "'; the commands are " << commands << " (see pcfg help)\n";
+      return kExitTrouble;
+    }
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

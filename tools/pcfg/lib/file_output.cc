@@ -168,7 +168,9 @@ bool Produce(int fd, const Producer& produce, std::string* error) {
   const bool produced = produce(&stream, &reason);
   if (stream.Flush() && produced) return true;
   errno = stream.GetErrno();
-  *error = errno != 0 ? SystemError("cannot write") : reason;
+  *error = errno == EPIPE ? "the reader closed the pipe; the output is cut short"
+           : errno != 0   ? SystemError("cannot write")
+                          : reason;
   return false;
 }
 

@@ -86,6 +86,14 @@ Format FormatForPath(const std::string& path) {
   return Format::kBinary;
 }
 
+bool ExtensionNamesAForm(const std::string& path) {
+  const std::string extension = ExtensionOf(path);
+  for (const FormatRow& row : kFormats)
+    for (const char* known : row.extensions)
+      if (extension == known) return true;
+  return false;
+}
+
 std::string PathWithFormat(const std::string& path, Format format) {
   return std::filesystem::path(path).replace_extension(*RowOf(format).extensions.begin()).string();
 }

@@ -20,6 +20,8 @@ const std::map<std::string, Format>& FormatNames();
 // By extension, without case: .txtpb .textproto .pbtxt .txtproto are text, .json is JSON, and
 // anything else (.binpb, .pb, none) binary.
 Format FormatForPath(const std::string& path);
+// Whether PATH's extension is one of a form's (FormatForPath reads any other as binary).
+bool ExtensionNamesAForm(const std::string& path);
 // PATH with its extension replaced by the one a form is written with (.binpb, .txtpb, .json).
 std::string PathWithFormat(const std::string& path, Format format);
 

@@ -343,7 +343,18 @@ bool LoadConfig(const std::string& path, const LoadOptions& options, LoadedConfi
   }
   const Format chosen =
       options.format ? *options.format : (path == "-" ? options.stdin_format : FormatForPath(path));
-  return ParseConfig(display_name, chosen, std::move(raw), loaded, diagnostics);
+  const size_t reported = diagnostics->size();
+  if (ParseConfig(display_name, chosen, std::move(raw), loaded, diagnostics)) return true;
+  // A form taken by default may not be the one meant: say which it was and how to choose.
+  if (!options.format && diagnostics->size() > reported) {
+    const std::string why = path == "-" ? "standard input has no extension"
+                            : ExtensionNamesAForm(path) ? ""
+                                                        : "its extension names no form";
+    if (!why.empty())
+      (*diagnostics)[reported].message += " (read as " + std::string(FormatName(chosen)) + " because " + why +
+                                          "; choose with --from text, json or binary)";
+  }
+  return false;
 }
 
 }  // namespace pcfg
