@@ -8,6 +8,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -326,6 +327,26 @@ TEST(Graph, DotReadsBackAsTheTopology) {
                        "cam -> 2 -> logical dashed",
                        "ghost -> logical dashed",
                    }));
+}
+
+// Ids that differ only in control characters, or in a control character against its escaped
+// spelling, stay distinct nodes.
+TEST(Graph, ControlCharactersKeepIdsApart) {
+  const auto run = Pcfg({"graph", Written("controls.txtpb", R"(peripherals { id: "p\001" type: PERIPHERAL_TYPE_FPGA }
+peripherals { id: "p\002" type: PERIPHERAL_TYPE_FPGA }
+peripherals { id: "p\\001" type: PERIPHERAL_TYPE_FPGA }
+peripherals { id: "p\t" type: PERIPHERAL_TYPE_FPGA }
+)")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  std::set<std::string> nodes;
+  std::istringstream lines(run.out);
+  for (std::string line; std::getline(lines, line);) {
+    EXPECT_EQ(line.find_first_of("\x01\x02\t"), std::string::npos) << "a raw control character in the DOT";
+    const size_t open = line.find('"'), attributes = line.find("\" [");
+    if (open != std::string::npos && attributes != std::string::npos && line.find("->") == std::string::npos)
+      nodes.insert(line.substr(open, attributes - open + 1));
+  }
+  EXPECT_EQ(nodes, (std::set<std::string>{"\"p\\001\"", "\"p\\002\"", "\"p\\\\001\"", "\"p\\011\""}));
 }
 
 TEST(Graph, RendersImagesWithDot) {

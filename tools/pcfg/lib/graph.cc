@@ -46,15 +46,19 @@ NodeStyle StyleOf(int type) {
 }
 
 // Escapes TEXT for the inside of a DOT string; Graphviz reads \n in a label as a line break.
+// Every backslash of TEXT doubles, so a single one followed by a code of three octal digits
+// stands for a control character alone: distinct ids stay distinct nodes.
 std::string DotEscape(const std::string& text) {
   std::string escaped;
   for (char c : text) {
+    const unsigned char byte = static_cast<unsigned char>(c);
     if (c == '"' || c == '\\')
       escaped += {'\\', c};
     else if (c == '\n')
       escaped += "\\n";
-    else if (static_cast<unsigned char>(c) < 0x20)
-      escaped += ' ';
+    else if (byte < 0x20 || byte == 0x7f)
+      escaped += {'\\', static_cast<char>('0' + (byte >> 6)), static_cast<char>('0' + (byte >> 3 & 7)),
+                  static_cast<char>('0' + (byte & 7))};
     else
       escaped += c;
   }
