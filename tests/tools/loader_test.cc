@@ -243,4 +243,53 @@ TEST(TextInTwo, RefusesAFieldSetInBothHalves) {
   EXPECT_EQ(diagnostics.front().line, 10002);
 }
 
+// Findings on binary input stand at the record of their field: the N-th element of a list, inside
+// the message of each step, an element packed with others at the packed record.
+TEST(BinaryLocations, RecordsOfNestedAndPackedFields) {
+  const std::string wire(
+      "\x52\x03\x0a\x01\x61"                                      // 0: peripherals[0] { id: "a" }
+      "\x12\x09\x12\x07\x1a\x05\x12\x03\x01\x02\x03"              // 5: general_configs { ... streams: [1, 2, 3] }
+      "\x52\x0d\x0a\x01\x62\x52\x03\x0a\x01\x78\x52\x03\x0a\x01\x79",  // 16: peripherals[1] with two dependencies
+      31);
+  pcfg::LoadedConfig loaded;
+  std::vector<pcfg::Diagnostic> diagnostics;
+  ASSERT_TRUE(pcfg::ParseConfig("x.binpb", pcfg::Format::kBinary, wire, &loaded, &diagnostics));
+  const pcfg::FieldPath b = pcfg::FieldPath().Element("peripherals", 1);
+  const pcfg::FieldPath pipeline = pcfg::FieldPath()
+                                       .Field("general_configs")
+                                       .Element("hal_stream_configs", 0)
+                                       .Element("pipeline_configs", 0);
+  struct Row {
+    pcfg::FieldPath path;
+    int offset, length;
+  };
+  const Row rows[] = {
+      {pcfg::FieldPath().Element("peripherals", 0), 0, 5},
+      {pcfg::FieldPath().Element("peripherals", 0).Field("id"), 2, 3},
+      {b, 16, 15},
+      {b.Field("id"), 18, 3},
+      {b.Element("dependencies", 0), 21, 5},
+      {b.Element("dependencies", 1), 26, 5},
+      {b.Element("dependencies", 1).Field("peripheral_id"), 28, 3},
+      {b.Element("dependencies", 2), 16, 15},  // no such element: where the walk got to
+      {pcfg::FieldPath().Field("general_configs"), 5, 11},
+      {pipeline, 9, 7},
+      {pipeline.Element("streams", 0), 11, 5},
+      {pipeline.Element("streams", 2), 11, 5},
+      {pipeline.Element("streams", 3), 9, 7},
+      {pcfg::FieldPath().Element("peripherals", 2), -1, 0},
+      {pcfg::FieldPath().Field("device_info"), -1, 0},
+  };
+  for (const Row& row : rows) {
+    const pcfg::LoadedConfig::Location at = loaded.Locate(row.path);
+    EXPECT_EQ(std::make_pair(at.byte_offset, at.byte_length), std::make_pair(row.offset, row.length))
+        << row.path.ToString();
+  }
+  // Asked in another order, the index built by the first answers give the same.
+  pcfg::LoadedConfig again;
+  ASSERT_TRUE(pcfg::ParseConfig("x.binpb", pcfg::Format::kBinary, wire, &again, &diagnostics));
+  for (auto row = std::rbegin(rows); row != std::rend(rows); ++row)
+    EXPECT_EQ(again.Locate(row->path).byte_offset, row->offset) << row->path.ToString();
+}
+
 }  // namespace

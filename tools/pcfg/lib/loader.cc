@@ -264,11 +264,13 @@ LoadedConfig::LoadedConfig(LoadedConfig&& other) noexcept
       config(other.config),
       locations_(std::move(other.locations_)),
       json_locations_(std::move(other.json_locations_)),
-      lines_(std::move(other.lines_)) {}
+      lines_(std::move(other.lines_)),
+      wire_locations_(std::move(other.wire_locations_)) {}
 
 LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
   if (format == Format::kBinary) {
-    const WireSpan span = LocateInWire(raw, Config::descriptor(), path);
+    if (!wire_locations_) wire_locations_ = std::make_unique<WireLocator>(Config::descriptor());
+    const WireSpan span = wire_locations_->Locate(raw, path);
     Location location;
     location.byte_offset = span.offset;
     location.byte_length = span.length;

@@ -18,6 +18,7 @@
 #include "file_io.h"
 #include "formats.h"
 #include "json_strict.h"
+#include "wire_location.h"
 
 namespace pcfg {
 
@@ -53,6 +54,7 @@ class LoadedConfig {
   mutable std::unique_ptr<google::protobuf::TextFormat::ParseInfoTree> locations_;
   mutable std::unique_ptr<JsonLocations> json_locations_;
   mutable std::unique_ptr<LineIndex> lines_;
+  mutable std::unique_ptr<WireLocator> wire_locations_;
 };
 
 struct LoadOptions {

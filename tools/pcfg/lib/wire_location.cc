@@ -28,50 +28,70 @@ int CountPacked(gp::io::CodedInputStream& input, const gp::FieldDescriptor* fiel
 
 }  // namespace
 
-WireSpan LocateInWire(std::string_view wire, const gp::Descriptor* root, const FieldPath& path) {
-  gp::io::CodedInputStream input(reinterpret_cast<const uint8_t*>(wire.data()),
-                                 static_cast<int>(wire.size()));
-  WireSpan best;
-  const gp::Descriptor* type = root;
-  for (const PathStep& step : path.steps()) {
-    const gp::FieldDescriptor* field =
-        type == nullptr ? nullptr : type->FindFieldByName(std::string(step.field));
-    if (field == nullptr) return best;
-    const int wanted = std::max(step.index, 0);
-    int seen = 0;  // elements of the field before this record
-    while (true) {
-      const int start = input.CurrentPosition();
-      const uint32_t tag = input.ReadTag();
-      if (tag == 0) return best;
-      if (WireFormatLite::GetTagFieldNumber(tag) != field->number()) {
-        if (!WireFormatLite::SkipField(&input, tag)) return best;
-        continue;
+WireLocator::WireLocator(const gp::Descriptor* root) : root_(root) {}
+
+const WireLocator::Body& WireLocator::IndexOf(std::string_view wire, int start, int length,
+                                              const gp::Descriptor* type) const {
+  auto [found, added] = bodies_.try_emplace(start);
+  if (!added) return found->second;
+  Body& body = found->second;
+  gp::io::CodedInputStream input(reinterpret_cast<const uint8_t*>(wire.data()) + start, length);
+  while (true) {
+    const int record = input.CurrentPosition();
+    const uint32_t tag = input.ReadTag();
+    if (tag == 0) break;
+    const int number = WireFormatLite::GetTagFieldNumber(tag);
+    const gp::FieldDescriptor* field = type->FindFieldByNumber(number);
+    std::vector<Record>& records = body.fields[number];
+    const int before = records.empty() ? 0 : records.back().elements_through;
+    Record entry{start + record, 0, -1, 0, before + 1};
+    const bool delimited = WireFormatLite::GetTagWireType(tag) == WireFormatLite::WIRETYPE_LENGTH_DELIMITED;
+    const bool message = field != nullptr && field->type() == gp::FieldDescriptor::TYPE_MESSAGE;
+    if (field != nullptr && delimited && (message || (field->is_repeated() && field->is_packable()))) {
+      uint32_t size;
+      if (!input.ReadVarint32(&size)) break;
+      entry.body = start + input.CurrentPosition();
+      entry.body_length = static_cast<int>(size);
+      if (message) {
+        if (!input.Skip(static_cast<int>(size))) break;
+      } else {
+        entry.elements_through = before + CountPacked(input, field, size);
       }
-      const bool delimited = WireFormatLite::GetTagWireType(tag) == WireFormatLite::WIRETYPE_LENGTH_DELIMITED;
-      const bool message = field->type() == gp::FieldDescriptor::TYPE_MESSAGE;
-      if (delimited && (message || (field->is_repeated() && field->is_packable()))) {
-        uint32_t length;
-        if (!input.ReadVarint32(&length)) return best;
-        const int end = input.CurrentPosition() + static_cast<int>(length);
-        if (message && seen++ == wanted) {
-          best = {start, end - start};
-          input.PushLimit(static_cast<int>(length));  // the rest of the walk stays inside it
-          type = field->message_type();
-          break;
-        }
-        if (message) {
-          if (!input.Skip(static_cast<int>(length))) return best;
-          continue;
-        }
-        seen += CountPacked(input, field, length);
-        if (wanted < seen) return {start, end - start};
-        continue;
-      }
-      if (!WireFormatLite::SkipField(&input, tag)) return best;
-      if (seen++ == wanted) return {start, input.CurrentPosition() - start};
+    } else if (!WireFormatLite::SkipField(&input, tag)) {
+      break;
     }
+    entry.length = start + input.CurrentPosition() - entry.start;
+    records.push_back(entry);
+  }
+  return body;
+}
+
+WireSpan WireLocator::Locate(std::string_view wire, const FieldPath& path) const {
+  WireSpan best;
+  const gp::Descriptor* type = root_;
+  int start = 0, length = static_cast<int>(wire.size());
+  for (const PathStep& step : path.steps()) {
+    const gp::FieldDescriptor* field = type == nullptr ? nullptr : type->FindFieldByName(std::string(step.field));
+    if (field == nullptr) return best;
+    const Body& body = IndexOf(wire, start, length, type);
+    const auto records = body.fields.find(field->number());
+    if (records == body.fields.end()) return best;
+    // The record that holds element WANTED: the first whose elements reach past it.
+    const int wanted = std::max(step.index, 0);
+    const auto record = std::upper_bound(records->second.begin(), records->second.end(), wanted,
+                                         [](int n, const Record& r) { return n < r.elements_through; });
+    if (record == records->second.end()) return best;
+    best = {record->start, record->length};
+    if (field->type() != gp::FieldDescriptor::TYPE_MESSAGE || record->body < 0) return best;
+    type = field->message_type();
+    start = record->body;
+    length = record->body_length;
   }
   return best;
+}
+
+WireSpan LocateInWire(std::string_view wire, const gp::Descriptor* root, const FieldPath& path) {
+  return WireLocator(root).Locate(wire, path);
 }
 
 }  // namespace pcfg
