@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing need, when they are missing, then the
 # pinned npm tools (buf, sarif-multitool) into node_modules/ with `npm ci`.
-# Idempotent; runs apt-get as root or through sudo.
-#   scripts/setup.sh [EXTRA-PACKAGE...]
+# Idempotent; runs apt-get as root or through sudo; says what it installs.
+#   scripts/setup.sh [--device] [--no-npm] [EXTRA-PACKAGE...]
+#     --device  also the AArch64 cross compiler and qemu (about 250 MB), which only the device
+#               lanes (scripts/test-device.sh) need
+#     --no-npm  not the npm tools, which only the tests need
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,11 +16,17 @@ packages=(
   libcli11-dev nlohmann-json3-dev
   graphviz blueprint-tools binutils
   python3 python3-protobuf
-  g++-aarch64-linux-gnu qemu-user googletest
+  googletest
 )
-
-# Lanes that need more (the sanitizer lanes need clang) name their packages as arguments.
-packages+=("$@")
+npm_tools=yes
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --device) packages+=(g++-aarch64-linux-gnu qemu-user) ;;
+    --no-npm) npm_tools=no ;;
+    *) packages+=("$1") ;;  # lanes that need more (the sanitizer lanes need clang) name them
+  esac
+  shift
+done
 
 missing=()
 for package in "${packages[@]}"; do
@@ -41,6 +50,8 @@ else
   $sudo apt-get update -qq
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
+
+[ "$npm_tools" = yes ] || exit 0
 
 # npm tools, exactly as package-lock.json pins them. `npm ci` starts from an empty node_modules,
 # so it runs only when the lock file changed since the last install (or nothing is installed).

@@ -198,7 +198,7 @@ lane_host() {
 lane_aarch64() {
   local cross_cxx=aarch64-linux-gnu-g++
   if ! command -v "$cross_cxx" >/dev/null || ! command -v qemu-aarch64 >/dev/null; then
-    echo "device: [aarch64] needs $cross_cxx and qemu-aarch64 (scripts/setup.sh installs them)" >&2
+    echo "device: [aarch64] needs $cross_cxx and qemu-aarch64 (scripts/setup.sh --device installs them)" >&2
     return 1
   fi
   [ -f "$gtest_source/CMakeLists.txt" ] || {
@@ -222,7 +222,7 @@ lane_aarch64() {
     -DCMAKE_PREFIX_PATH="$cross_prefix;$gtest_prefix" -DProtobuf_PROTOC_EXECUTABLE="$host_prefix/bin/protoc"
 }
 
-"$repo/scripts/setup.sh" >/dev/null
+"$repo/scripts/setup.sh" --device --no-npm >/dev/null
 
 if [ "$clean" -eq 1 ]; then
   say "--clean: removing the cached builds of protobuf $pb_version and GoogleTest, and build-device-*"

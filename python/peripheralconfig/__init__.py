@@ -12,6 +12,17 @@ the modules peripheralconfig.includes.enums_pb2, peripheralconfig.includes.optio
 peripheralconfig.peripheral.config_pb2, named after the schema files includes/enums.proto,
 includes/optionals.proto and peripheral.config.proto.
 """
+try:
+    import google.protobuf  # noqa: F401
+except ImportError as missing:
+    import sys
+
+    raise ImportError(
+        "peripheralconfig needs the protobuf runtime, which %s (%s) does not have: run Debian's "
+        "/usr/bin/python3 (package python3-protobuf), or install it into this Python with "
+        "pip install 'protobuf<4'" % (sys.executable, sys.version.split()[0])
+    ) from missing
+
 from peripheralconfig.includes import enums_pb2, optionals_pb2
 from peripheralconfig.peripheral import config_pb2
 

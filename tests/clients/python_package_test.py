@@ -119,6 +119,14 @@ class PackageTest(unittest.TestCase):
         # The schema's folder names stay inside the package.
         self.assertEqual([m for m in sys.modules if m.split(".")[0] in ("includes", "peripheral")], [])
 
+    def test_a_python_without_protobuf_is_told_how(self):
+        # As a Python without the runtime (pyenv's, a virtual environment) imports the package.
+        code = "import sys; sys.modules['google'] = None; import peripheralconfig"
+        result = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True)
+        self.assertNotEqual(result.returncode, 0)
+        self.assertIn("needs the protobuf runtime", result.stderr)
+        self.assertIn("/usr/bin/python3", result.stderr)
+
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)
