@@ -176,6 +176,47 @@ TEST(Diff, MatchesKeyedEntriesAndNamesEachDifference) {
   for (const DiffCase& c : cases) EXPECT_EQ(DiffLines(c.a, c.b), c.lines) << c.what;
 }
 
+// Every keyed list matches entries by its key: two entries swapped are no change, and the second
+// dropped is one difference named by its key. A list that lost its key compares by position.
+TEST(Diff, EveryKeyedListMatchesByItsKey) {
+  struct Row {
+    const char* list;
+    const char* around;  // the entries go in place of the %
+    const char* field;   // the key field, the first key, the second key
+    const char *first_key, *second_key;
+  };
+  const Row rows[] = {
+      {"peripherals", "%", "id", "\"a\"", "\"b\""},
+      {"physical_cameras", "%", "peripheral_id", "\"a\"", "\"b\""},
+      {"logical_cameras", "%", "peripheral_id", "\"a\"", "\"b\""},
+      {"camera_sets", "%", "peripheral_id", "\"a\"", "\"b\""},
+      {"camera_stream_configs", "%", "peripheral_id", "\"a\"", "\"b\""},
+      {"system_options", "%", "type", "PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CADMOR",
+       "PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI"},
+      {"adapter_options", "%", "type", "PERIPHERAL_SYSTEM_ADAPTER_TYPE_CAMX", "PERIPHERAL_SYSTEM_ADAPTER_TYPE_NOOP"},
+      {"hal_stream_configs", "general_configs { % }", "system_type", "CAMERA_SYSTEM_TYPE_COLOR",
+       "CAMERA_SYSTEM_TYPE_DEPTH"},
+      {"pipeline_configs", "general_configs { hal_stream_configs { % } }", "pipeline_type",
+       "PIPELINE_FOVEATION_TWO_ZONES_NO_PPS", "PIPELINE_FOVEATION_TWO_ZONES_FOVEA_IPE"},
+  };
+  for (const Row& row : rows) {
+    const auto entry = [&](const char* key) { return std::string(row.list) + " { " + row.field + ": " + key + " } "; };
+    const auto text = [&](const std::string& entries) {
+      std::string around(row.around);
+      return around.replace(around.find('%'), 1, entries);
+    };
+    const std::string both = text(entry(row.first_key) + entry(row.second_key));
+    EXPECT_EQ(DiffLines(both, text(entry(row.second_key) + entry(row.first_key))), std::vector<std::string>{})
+        << row.list;
+    const auto dropped = DiffLines(both, text(entry(row.first_key)));
+    ASSERT_EQ(dropped.size(), 1u) << row.list;
+    std::string second_key(row.second_key);
+    if (second_key.front() == '"') second_key = second_key.substr(1, second_key.size() - 2);
+    EXPECT_NE(dropped[0].find(std::string(row.list) + "[" + second_key + "]"), std::string::npos)
+        << row.list << ": " << dropped[0];
+  }
+}
+
 TEST(Diff, MentionsUnknownFields) {
   // peripherals { id: "x" }, then the same entry carrying field 7 = 1 the schema does not know.
   pcfg::Config plain, unknown;
