@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <queue>
+#include <unordered_map>
 
 namespace pcfg {
 
@@ -86,20 +87,23 @@ std::vector<std::vector<int>> DependencyGraph::CyclicGroups() const {
   return groups;
 }
 
-// Breadth first from the group's first member, within the group, back to that member.
+// Breadth first from the group's first member, within the group, back to that member. Its
+// bookkeeping is the group's size, not the graph's: thousands of small groups in a large
+// configuration must not each pay for the whole peripheral list.
 DependencyGraph::Cycle DependencyGraph::ShortestCycle(const std::vector<int>& group) const {
   const int start = group.front();
-  std::vector<bool> member(static_cast<size_t>(size()), false);
-  for (int node : group) member[node] = true;
+  std::unordered_map<int, size_t> place;  // a member's place in GROUP
+  place.reserve(group.size());
+  for (size_t i = 0; i < group.size(); ++i) place.emplace(group[i], i);
   struct Step {
     int from = -1;
     int entry = -1;
+    bool seen = false;
   };
-  std::vector<Step> reached(static_cast<size_t>(size()));
-  std::vector<bool> seen(static_cast<size_t>(size()), false);
+  std::vector<Step> reached(group.size());
   std::queue<int> queue;
   queue.push(start);
-  seen[start] = true;
+  reached[0].seen = true;
   int closing = -1, closing_entry = -1;
   while (!queue.empty() && closing < 0) {
     const int node = queue.front();
@@ -109,9 +113,9 @@ DependencyGraph::Cycle DependencyGraph::ShortestCycle(const std::vector<int>& gr
         closing = node, closing_entry = edge->entry;
         break;
       }
-      if (!member[edge->peripheral] || seen[edge->peripheral]) continue;
-      seen[edge->peripheral] = true;
-      reached[edge->peripheral] = {node, edge->entry};
+      const auto member = place.find(edge->peripheral);
+      if (member == place.end() || reached[member->second].seen) continue;
+      reached[member->second] = {node, edge->entry, true};
       queue.push(edge->peripheral);
     }
   }
@@ -119,9 +123,9 @@ DependencyGraph::Cycle DependencyGraph::ShortestCycle(const std::vector<int>& gr
   if (closing < 0) return cycle;  // not a cyclic group
   cycle.peripherals.push_back(start);
   cycle.entries.push_back(closing_entry);
-  for (int node = closing; node != start; node = reached[node].from) {
+  for (int node = closing; node != start; node = reached[place.at(node)].from) {
     cycle.peripherals.push_back(node);
-    cycle.entries.push_back(reached[node].entry);
+    cycle.entries.push_back(reached[place.at(node)].entry);
   }
   cycle.peripherals.push_back(start);
   // Built backwards from the start: turn it into dependency order.
