@@ -349,6 +349,37 @@ peripherals { id: "p\t" type: PERIPHERAL_TYPE_FPGA }
   EXPECT_EQ(nodes, (std::set<std::string>{"\"p\\001\"", "\"p\\002\"", "\"p\\\\001\"", "\"p\\011\""}));
 }
 
+// A long id with many edges is drawn by its start and named by a number: the drawing and the
+// table stay near the input's size, the whole id is in the drawing once, and two long ids with
+// one start stay two nodes.
+TEST(ShowGraph, LongIdsAreWrittenOnce) {
+  const std::string start(100, 'L');
+  const std::string long_a = start + std::string(10000, 'a'), long_b = start + std::string(10000, 'b');
+  std::string text = "peripherals { id: \"" + long_a + "\" type: PERIPHERAL_TYPE_FPGA }\n";
+  text += "peripherals { id: \"" + long_b + "\" type: PERIPHERAL_TYPE_FPGA }\n";
+  for (int i = 0; i < 300; ++i)
+    text += "peripherals { id: \"p" + std::to_string(i) + "\" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: \"" +
+            (i % 2 ? long_a : long_b) + "\" } }\n";
+  const std::string input = Written("long-ids.txtpb", text);
+  const auto count = [](const std::string& haystack, const std::string& needle) {
+    size_t n = 0;
+    for (size_t at = haystack.find(needle); at != std::string::npos; at = haystack.find(needle, at + 1)) ++n;
+    return n;
+  };
+  const auto graph = Pcfg({"graph", input});
+  ASSERT_EQ(graph.status, 0) << graph.err;
+  EXPECT_LT(graph.out.size(), 2 * (long_a.size() + long_b.size()) + 100 * 1000) << "an id per edge";
+  EXPECT_EQ(count(graph.out, long_a), 1u);
+  EXPECT_EQ(count(graph.out, long_b), 1u);
+  EXPECT_EQ(count(graph.out, "\\…#1\" -> "), 150u);
+  EXPECT_EQ(count(graph.out, "\\…#2\" -> "), 150u);
+  const auto show = Pcfg({"show", input});
+  ASSERT_EQ(show.status, 0) << show.err;
+  EXPECT_EQ(count(show.out, long_a), 0u);
+  EXPECT_LT(show.out.size(), text.size()) << "a long id per row, or rows padded to it";
+  EXPECT_NE(show.out.find("more bytes)"), std::string::npos);
+}
+
 TEST(Graph, RendersImagesWithDot) {
   if (!DotOnPath()) GTEST_SKIP() << "Graphviz's dot is not on PATH";
   const std::string input = Written("small-graph.txtpb", kSmall);

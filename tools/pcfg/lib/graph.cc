@@ -48,7 +48,7 @@ NodeStyle StyleOf(int type) {
 // Escapes TEXT for the inside of a DOT string; Graphviz reads \n in a label as a line break.
 // Every backslash of TEXT doubles, so a single one followed by a code of three octal digits
 // stands for a control character alone: distinct ids stay distinct nodes.
-std::string DotEscape(const std::string& text) {
+std::string DotEscape(std::string_view text) {
   std::string escaped;
   for (char c : text) {
     const unsigned char byte = static_cast<unsigned char>(c);
@@ -66,7 +66,19 @@ std::string DotEscape(const std::string& text) {
 }
 
 // Node names use the same escaping as labels, which keeps distinct ids distinct.
-std::string DotQuote(const std::string& id) { return "\"" + DotEscape(id) + "\""; }
+std::string DotQuote(std::string_view id) { return "\"" + DotEscape(id) + "\""; }
+
+// Ids longer than this are drawn and named by their start and a number: an id repeated on every
+// edge would make the drawing as large as the id times the edges.
+constexpr size_t kLongestDrawnId = 128;
+constexpr size_t kDrawnStart = 64;
+
+// The first LIMIT bytes of TEXT or fewer, ending on a whole UTF-8 character.
+std::string_view StartOf(std::string_view text, size_t limit) {
+  size_t end = std::min(limit, text.size());
+  while (end > 0 && end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+  return text.substr(0, end);
+}
 
 std::string ModelLabel(int model) {
   const google::protobuf::EnumValueDescriptor* value =
@@ -103,15 +115,15 @@ class DotWriter {
     out_ += "  edge [color=\"#444444\", arrowsize=0.7];\n";
     for (size_t c = 0; c < clusters_.size(); ++c) {
       out_ += "  subgraph cluster_" + std::to_string(c) + " {\n";
-      out_ += "    label=" + DotQuote(clusters_[c].label) +
+      out_ += "    label=\"" + DotEscape(StartOf(clusters_[c].label, kLongestDrawnId)) + "\"" +
               "; style=\"rounded,dashed\"; color=\"#6aa84f\"; fontcolor=\"#38761d\";\n";
-      for (const std::string& id : clusters_[c].nodes) Node(id, "    ");
+      for (std::string_view id : clusters_[c].nodes) Node(id, "    ");
       out_ += "  }\n";
     }
-    for (const std::string& id : nodes_)
+    for (std::string_view id : nodes_)
       if (!clustered_.count(id)) Node(id, "  ");
     for (const Edge& edge : edges_) {
-      out_ += "  " + DotQuote(edge.from) + " -> " + DotQuote(edge.to);
+      out_ += "  " + NodeName(edge.from) + " -> " + NodeName(edge.to);
       if (edge.kind == Edge::kSetMember)
         out_ += " [style=dashed, color=\"#6aa84f\", arrowhead=odiamond]";
       else if (edge.kind == Edge::kLogicalMember)
@@ -125,22 +137,34 @@ class DotWriter {
  private:
   struct Edge {
     enum Kind { kDependency, kSetMember, kLogicalMember } kind;
-    std::string from, to;
+    std::string_view from, to;  // ids in the configuration, which outlives the writer
     bool operator<(const Edge& other) const {
       return std::tie(kind, from, to) < std::tie(other.kind, other.from, other.to);
     }
   };
   struct Cluster {
     std::string label;
-    std::vector<std::string> nodes;
+    std::vector<std::string_view> nodes;
   };
 
   // Every node once, registry entries first and in registry order.
-  void Use(const std::string& id) {
+  void Use(std::string_view id) {
     if (seen_.insert(id).second) nodes_.push_back(id);
   }
 
-  void AddEdge(Edge::Kind kind, const std::string& from, const std::string& to) {
+  // The DOT name of ID: quoted as it is, or for a long id its start, a backslash (which escaping
+  // never leaves alone before "…", so no id is named so) and a number of its own.
+  const std::string& NodeName(std::string_view id) {
+    auto [name, added] = names_.try_emplace(id);
+    if (added) {
+      name->second = id.size() <= kLongestDrawnId
+                         ? DotQuote(id)
+                         : "\"" + DotEscape(StartOf(id, kDrawnStart)) + "\\…#" + std::to_string(++long_ids_) + "\"";
+    }
+    return name->second;
+  }
+
+  void AddEdge(Edge::Kind kind, std::string_view from, std::string_view to) {
     Use(from);
     Use(to);
     if (edge_set_.insert({kind, from, to}).second) edges_.push_back({kind, from, to});
@@ -166,7 +190,7 @@ class DotWriter {
   // A node can be drawn in one cluster only: a camera in several sets goes into the first set
   // that claims it, and its dashed edges show the others.
   void AssignClusters() {
-    std::unordered_map<std::string, std::vector<std::string>> members;  // set -> cameras
+    std::unordered_map<std::string_view, std::vector<std::string_view>> members;  // set -> cameras
     for (const Edge& edge : edges_)
       if (edge.kind == Edge::kSetMember) members[edge.to].push_back(edge.from);
     std::unordered_set<std::string> done;
@@ -175,7 +199,7 @@ class DotWriter {
       if (!done.insert(id).second || clustered_.count(id)) continue;
       Use(id);
       Cluster cluster{id, {}};
-      for (const std::string& node : members[id])
+      for (std::string_view node : members[id])
         if (clustered_.insert(node).second) cluster.nodes.push_back(node);
       clustered_.insert(id);
       cluster.nodes.push_back(id);
@@ -183,19 +207,23 @@ class DotWriter {
     }
   }
 
-  void Node(const std::string& id, const char* indent) {
-    out_ += indent + DotQuote(id) + " [";
-    const models::Peripheral* entry = index_.Registered(id);
+  void Node(std::string_view id, const char* indent) {
+    out_ += indent + NodeName(id) + " [";
+    // A long id is drawn by its start; the whole of it is said once, in the node's tooltip.
+    std::string label = DotEscape(StartOf(id, id.size() <= kLongestDrawnId ? id.size() : kDrawnStart));
+    if (id.size() > kLongestDrawnId) {
+      label += "… (" + std::to_string(id.size()) + " bytes)";
+      out_ += "tooltip=" + DotQuote(id) + ", ";
+    }
+    const models::Peripheral* entry = index_.Registered(std::string(id));
     if (entry == nullptr) {
-      out_ += "shape=box, style=dashed, color=red, fontcolor=red, label=\"" + DotEscape(id) +
-              "\\n(not in registry)\"];\n";
+      out_ += "shape=box, style=dashed, color=red, fontcolor=red, label=\"" + label + "\\n(not in registry)\"];\n";
       return;
     }
     const int type = entry->type();
     const NodeStyle style = StyleOf(type);
-    std::string label = DotEscape(id);
     if (type == models::PERIPHERAL_TYPE_CAMERA) {
-      auto model = models_.find(id);
+      auto model = models_.find(std::string(id));
       if (model != models_.end()) label += "\\n" + DotEscape(ModelLabel(model->second));
     }
     out_ +=
@@ -207,12 +235,14 @@ class DotWriter {
   const Config& config_;
   const ConfigIndex& index_;
   std::unordered_map<std::string, int> models_;  // camera id -> CameraModel
-  std::vector<std::string> nodes_;
-  std::unordered_set<std::string> seen_;
+  std::vector<std::string_view> nodes_;
+  std::unordered_set<std::string_view> seen_;
   std::vector<Edge> edges_;
   std::set<Edge> edge_set_;
   std::vector<Cluster> clusters_;
-  std::unordered_set<std::string> clustered_;
+  std::unordered_set<std::string_view> clustered_;
+  std::unordered_map<std::string_view, std::string> names_;  // id -> its DOT name
+  int long_ids_ = 0;
   std::string out_;
 };
 

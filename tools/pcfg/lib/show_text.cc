@@ -21,13 +21,26 @@ size_t Width(const std::string& text) {
   return std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; });
 }
 
+constexpr size_t kWidestCell = 100;
+constexpr size_t kCellStart = 72;
+
+std::string Narrowed(std::string cell) {
+  if (Width(cell) <= kWidestCell) return cell;
+  size_t end = 0;
+  for (size_t points = 0; end < cell.size(); ++end)
+    if ((cell[end] & 0xC0) != 0x80 && points++ == kCellStart) break;
+  return cell.substr(0, end) + "… (" + std::to_string(cell.size() - end) + " more bytes)";
+}
+
 // Columns padded with spaces to the widest cell, two spaces apart; the last is not padded.
 class Table {
  public:
   explicit Table(std::vector<std::string> header) { Add(std::move(header)); }
   // Cells hold ids and names as the configuration gives them: control characters are escaped.
+  // A cell wider than kWidestCell shows its start and how much is left out (show --format json
+  // has it whole): one long id must not widen every row, nor repeat whole on each.
   void Add(std::vector<std::string> row) {
-    for (std::string& cell : row) cell = EscapeControlCharacters(cell);
+    for (std::string& cell : row) cell = Narrowed(EscapeControlCharacters(cell));
     rows_.push_back(std::move(row));
   }
   // Numbers read better flush right.
