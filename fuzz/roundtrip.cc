@@ -4,8 +4,8 @@
 #include <google/protobuf/text_format.h>
 #include <google/protobuf/util/json_util.h>
 
-#include <nlohmann/json.hpp>
 #include <cmath>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -61,14 +61,16 @@ void MakeNegativeZerosZero(google::protobuf::Message* message) {
           const double value = repeated ? reflection->GetRepeatedDouble(*message, field, i)
                                         : reflection->GetDouble(*message, field);
           if (value == 0 && std::signbit(value))
-            repeated ? reflection->SetRepeatedDouble(message, field, i, 0.0) : reflection->SetDouble(message, field, 0.0);
+            repeated ? reflection->SetRepeatedDouble(message, field, i, 0.0)
+                     : reflection->SetDouble(message, field, 0.0);
           break;
         }
         case gp::FieldDescriptor::CPPTYPE_FLOAT: {
           const float value = repeated ? reflection->GetRepeatedFloat(*message, field, i)
                                        : reflection->GetFloat(*message, field);
           if (value == 0 && std::signbit(value))
-            repeated ? reflection->SetRepeatedFloat(message, field, i, 0.0f) : reflection->SetFloat(message, field, 0.0f);
+            repeated ? reflection->SetRepeatedFloat(message, field, i, 0.0f)
+                     : reflection->SetFloat(message, field, 0.0f);
           break;
         }
         case gp::FieldDescriptor::CPPTYPE_MESSAGE:

@@ -158,15 +158,19 @@ TEST(Cli, MistakesNameTheChoices) {
       {{"check", "--max-diagnostics=4294967296", text}, 2, "expected a whole number"},
       {{"check", "--max-diagnostics=999999999", text}, 0, "0 error(s)"},
       {{"decode", text}, 0, "peripherals {"},  // decode reads its input by extension too
-      {{"decode", unknown_extension}, 2, "read as binary because its extension names no form; choose with --from"},
+      {{"decode", unknown_extension},
+       2,
+       "read as binary because its extension names no form; choose with --from"},
       {{"decode", "--from", "text", unknown_extension}, 0, "peripherals {"},
   };
   for (const Row& row : rows) {
     const auto run = Pcfg(row.args);
     EXPECT_EQ(run.status, row.status) << row.args[0] << "\n" << run.out << run.err;
-    EXPECT_NE((run.out + run.err).find(row.says), std::string::npos) << row.args[0] << "\n" << run.out << run.err;
+    EXPECT_NE((run.out + run.err).find(row.says), std::string::npos) << row.args[0] << "\n"
+                                                                     << run.out << run.err;
   }
-  EXPECT_EQ(Pcfg({"help"}).out.find("Usage: pcfg help"), std::string::npos) << "help explains pcfg, not itself";
+  EXPECT_EQ(Pcfg({"help"}).out.find("Usage: pcfg help"), std::string::npos)
+      << "help explains pcfg, not itself";
 }
 
 TEST(Cli, CompileWritesBesideItsInputByDefault) {

@@ -193,14 +193,17 @@ TEST(Diff, EveryKeyedListMatchesByItsKey) {
       {"camera_stream_configs", "%", "peripheral_id", "\"a\"", "\"b\""},
       {"system_options", "%", "type", "PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CADMOR",
        "PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI"},
-      {"adapter_options", "%", "type", "PERIPHERAL_SYSTEM_ADAPTER_TYPE_CAMX", "PERIPHERAL_SYSTEM_ADAPTER_TYPE_NOOP"},
+      {"adapter_options", "%", "type", "PERIPHERAL_SYSTEM_ADAPTER_TYPE_CAMX",
+       "PERIPHERAL_SYSTEM_ADAPTER_TYPE_NOOP"},
       {"hal_stream_configs", "general_configs { % }", "system_type", "CAMERA_SYSTEM_TYPE_COLOR",
        "CAMERA_SYSTEM_TYPE_DEPTH"},
       {"pipeline_configs", "general_configs { hal_stream_configs { % } }", "pipeline_type",
        "PIPELINE_FOVEATION_TWO_ZONES_NO_PPS", "PIPELINE_FOVEATION_TWO_ZONES_FOVEA_IPE"},
   };
   for (const Row& row : rows) {
-    const auto entry = [&](const char* key) { return std::string(row.list) + " { " + row.field + ": " + key + " } "; };
+    const auto entry = [&](const char* key) {
+      return std::string(row.list) + " { " + row.field + ": " + key + " } ";
+    };
     const auto text = [&](const std::string& entries) {
       std::string around(row.around);
       return around.replace(around.find('%'), 1, entries);

@@ -12,10 +12,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <climits>
 #include <functional>
 #include <nlohmann/json.hpp>
-
-#include <climits>
 #include <string>
 #include <thread>
 
@@ -340,7 +339,9 @@ const HostileCase kCases[] = {
        std::string text;
        for (int i = 0; i < 3000; ++i) text += "peripherals { id: \"p" + std::to_string(i) + "\" }\n";
        const std::string binary = dir + "/big.binpb";
-       std::system((Pcfg({"compile", "--no-check", Put(dir, "big.txtpb", text), "-o", binary}) + " 2>/dev/null").c_str());
+       std::system(
+           (Pcfg({"compile", "--no-check", Put(dir, "big.txtpb", text), "-o", binary}) + " 2>/dev/null")
+               .c_str());
        return "{ " + Pcfg({"decode", binary}) + "; echo $? > " + Quote(dir + "/status") +
               "; } | head -c 10 > /dev/null; exit $(cat " + Quote(dir + "/status") + ")";
      },
@@ -348,7 +349,8 @@ const HostileCase kCases[] = {
     {"FileSizeLimitKeepsTheOldOutput",
      [](const std::string& dir) {
        const std::string binary = dir + "/headset.binpb";
-       std::system((Pcfg({"compile", pcfg_test::ExamplePath("headset.txtpb"), "-o", binary}) + " 2>/dev/null").c_str());
+       std::system((Pcfg({"compile", pcfg_test::ExamplePath("headset.txtpb"), "-o", binary}) + " 2>/dev/null")
+                       .c_str());
        Put(dir, "out.txtpb", "precious");
        return "ulimit -f 8; " + Pcfg({"decode", binary, "-o", dir + "/out.txtpb"});
      },
@@ -359,7 +361,8 @@ const HostileCase kCases[] = {
      }},
     {"OutputNameAtTheFileNameLimit",
      [](const std::string& dir) {
-       return Pcfg({"compile", Put(dir, "clean.txtpb", kClean), "-o", dir + "/" + std::string(NAME_MAX, 'x')});
+       return Pcfg(
+           {"compile", Put(dir, "clean.txtpb", kClean), "-o", dir + "/" + std::string(NAME_MAX, 'x')});
      },
      0, "wrote",
      [](const std::string& dir, const std::string&) {
@@ -374,7 +377,9 @@ const HostileCase kCases[] = {
      2, "<stdout>: error: is also an input",
      [](const std::string& dir, const std::string&) { EXPECT_EQ(ReadFile(dir + "/a.txtpb"), kClean); }},
     {"ClosedStandardOutput",
-     [](const std::string& dir) { return Pcfg({"decode", CompiledBinary(dir)}) + " >&-"; },
+     [](const std::string& dir) {
+       return Pcfg({"decode", CompiledBinary(dir)}) + " >&-";
+     },
      2, "<stdout>: error: standard output is closed"},
 };
 

@@ -1,12 +1,13 @@
 // What the loader does beyond protobuf's parsers: cutting large text and JSON in two for two
 // threads, which must give exactly what one parse gives, or leave the parse to one thread.
+#include "loader.h"
+
 #include <google/protobuf/util/json_util.h>
 #include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "loader.h"
 #include "parse_in_two.h"
 #include "pcfg_test_support.h"
 
@@ -69,15 +70,15 @@ TEST(JsonInTwo, CutsOnlyBetweenElementsOfAMembersArray) {
     const char* second;
   };
   const Row rows[] = {
-      {R"({"peripherals": [{"id": "a"}, {"id": "b"}], "deviceInfo": {}})", 0, R"({"peripherals": [{"id": "a"}]})",
-       R"({"peripherals":[ {"id": "b"}], "deviceInfo": {}})"},
+      {R"({"peripherals": [{"id": "a"}, {"id": "b"}], "deviceInfo": {}})", 0,
+       R"({"peripherals": [{"id": "a"}]})", R"({"peripherals":[ {"id": "b"}], "deviceInfo": {}})"},
       {R"({"peripherals": [{"id": "],["}, {"id": "b"}]})", 0, R"({"peripherals": [{"id": "],["}]})",
        R"({"peripherals":[ {"id": "b"}]})"},
       {R"({"peripherals": [{"id": "\"],[\\"}, {"id": "b"}]})", 0, R"({"peripherals": [{"id": "\"],[\\"}]})",
        R"({"peripherals":[ {"id": "b"}]})"},
       // Only a root member's own list: not the dependencies inside an entry.
-      {R"({"peripherals": [{"id": "a", "dependencies": [{"peripheralId": "x"}, {"peripheralId": "y"}]}]})", 0, "",
-       ""},
+      {R"({"peripherals": [{"id": "a", "dependencies": [{"peripheralId": "x"}, {"peripheralId": "y"}]}]})", 0,
+       "", ""},
       {R"({"peripherals": [{"id": "a"}, {"id": "b"}], "cameraSets": [{}, {}]})", 44,
        R"({"peripherals": [{"id": "a"}, {"id": "b"}], "cameraSets": [{}]})", R"({"cameraSets":[ {}]})"},
       {"{\"peripher\\u0061ls\": [{}, {}]}", 0, "{\"peripher\\u0061ls\": [{}]}",
@@ -141,19 +142,30 @@ TEST(StrictJson, RefusesWhatOtherRuntimesRefuseAndSaysWhere) {
       {"{\"peripherals\": [[{}]]}", "1:18: not a PeripheralConfig in the JSON mapping: a list of field"},
       {"{\"deviceInfo\": {\"socName\": \"a\tb\"}}", "1:30: invalid JSON: a control character"},
       {"{\"deviceInfo\": {\"socName\": \"a\\x\"}}", "1:30: invalid JSON: an unknown escape"},
-      {R"({"peripherals": [], "peripherals": []})", "1:21: not a PeripheralConfig in the JSON mapping: field \"peripherals\" is given twice"},
+      {R"({"peripherals": [], "peripherals": []})",
+       "1:21: not a PeripheralConfig in the JSON mapping: field \"peripherals\" is given twice"},
       {R"({"deviceInfo": {},
-           "device_info": {}})", "2:12: not a PeripheralConfig in the JSON mapping: field \"device_info\" is given twice"},
+           "device_info": {}})",
+       "2:12: not a PeripheralConfig in the JSON mapping: field \"device_info\" is given twice"},
       {R"({"peripherals": /* none */ []})", "1:17: invalid JSON: JSON has no comments"},
-      {R"({"generalConfigs": {"cadmorCameraVersion": 01}})", "1:44: invalid JSON: a number may not start with a 0"},
+      {R"({"generalConfigs": {"cadmorCameraVersion": 01}})",
+       "1:44: invalid JSON: a number may not start with a 0"},
       {R"({"generalConfigs": {"cadmorCameraVersion": NaN}})", "1:44: invalid JSON: expected a value"},
-      {R"({"generalConfigs": {"cadmorCameraVersion": 1.}})", "1:44: invalid JSON: a decimal point needs digits"},
-      {R"({"peripheralz": []})", "1:2: not a PeripheralConfig in the JSON mapping: Talvo.Peripherals.Config.Models.PeripheralConfig has no field \"peripheralz\""},
-      {R"({"deviceInfo": []})", "1:16: not a PeripheralConfig in the JSON mapping: field \"device_info\" is not repeated"},
-      {R"({"peripherals": {}})", "1:17: not a PeripheralConfig in the JSON mapping: field \"peripherals\" is repeated"},
-      {R"({"peripherals": [{"id": {}}]})", "1:25: not a PeripheralConfig in the JSON mapping: field \"id\" holds a string"},
+      {R"({"generalConfigs": {"cadmorCameraVersion": 1.}})",
+       "1:44: invalid JSON: a decimal point needs digits"},
+      {R"({"peripheralz": []})",
+       "1:2: not a PeripheralConfig in the JSON mapping: Talvo.Peripherals.Config.Models.PeripheralConfig "
+       "has no field \"peripheralz\""},
+      {R"({"deviceInfo": []})",
+       "1:16: not a PeripheralConfig in the JSON mapping: field \"device_info\" is not repeated"},
+      {R"({"peripherals": {}})",
+       "1:17: not a PeripheralConfig in the JSON mapping: field \"peripherals\" is repeated"},
+      {R"({"peripherals": [{"id": {}}]})",
+       "1:25: not a PeripheralConfig in the JSON mapping: field \"id\" is of type string: an object is not "
+       "its value"},
       {R"({"deviceInfo": {"socName": "\ud800"}})", "1:29: invalid JSON: a high surrogate without a low one"},
-      {R"({"deviceInfo": {"socName": "\ud800\u0041"}})", "1:29: invalid JSON: a high surrogate without a low one"},
+      {R"({"deviceInfo": {"socName": "\ud800\u0041"}})",
+       "1:29: invalid JSON: a high surrogate without a low one"},
       {R"({"deviceInfo": {"socName": "a\udc00"}})", "1:30: invalid JSON: a low surrogate without a high one"},
       {"[]", "1:1: invalid JSON: a configuration is a JSON object"},
       {"\xEF\xBB\xBF{}", "1:1: invalid JSON: a configuration is a JSON object"},
@@ -182,7 +194,8 @@ TEST(StrictJson, RefusesWhatOtherRuntimesRefuseAndSaysWhere) {
 // the entries after the cut landed in that key's list, with no error.
 TEST(StrictJson, NeverCutsWhatItCouldNotProve) {
   std::string cameras;
-  for (int i = 0; i < 6000; ++i) cameras += std::string(i ? ", " : "") + R"({"peripheralId": "cam)" + std::to_string(i) + "\"}";
+  for (int i = 0; i < 6000; ++i)
+    cameras += std::string(i ? ", " : "") + R"({"peripheralId": "cam)" + std::to_string(i) + "\"}";
   const std::string lenient = "{\"physicalCameras\": [" + cameras + "],\nperipherals: [" + cameras + "]}";
   ASSERT_GE(lenient.size(), pcfg::kSmallestInputWorthCutting);
   EXPECT_EQ(LoadJson(lenient).second.rfind("2:1: invalid JSON: expected a member name", 0), 0u);
@@ -220,7 +233,8 @@ TEST(StrictJson, LocatesFields) {
   };
   for (const Row& row : rows) {
     const pcfg::LoadedConfig::Location at = loaded.Locate(row.path);
-    EXPECT_EQ(std::make_pair(at.line, at.column), std::make_pair(row.line, row.column)) << row.path.ToString();
+    EXPECT_EQ(std::make_pair(at.line, at.column), std::make_pair(row.line, row.column))
+        << row.path.ToString();
   }
 }
 
@@ -229,7 +243,8 @@ TEST(StrictJson, LocatesFields) {
 TEST(TextInTwo, RefusesAFieldSetInBothHalves) {
   std::string entries;
   for (int i = 0; i < 10000; ++i) entries += "peripherals { id: \"p" + std::to_string(i) + "\" }\n";
-  const std::string text = "device_info { soc_name: \"a\" }\n" + entries + "device_info { soc_name: \"b\" }\n";
+  const std::string text =
+      "device_info { soc_name: \"a\" }\n" + entries + "device_info { soc_name: \"b\" }\n";
   ASSERT_GE(text.size(), pcfg::kSmallestInputWorthCutting);
   const size_t cut = pcfg::TextCutPoint(text, text.size() / 2);
   ASSERT_GT(cut, 40u);
@@ -247,9 +262,10 @@ TEST(TextInTwo, RefusesAFieldSetInBothHalves) {
 // the message of each step, an element packed with others at the packed record.
 TEST(BinaryLocations, RecordsOfNestedAndPackedFields) {
   const std::string wire(
-      "\x52\x03\x0a\x01\x61"                                      // 0: peripherals[0] { id: "a" }
-      "\x12\x09\x12\x07\x1a\x05\x12\x03\x01\x02\x03"              // 5: general_configs { ... streams: [1, 2, 3] }
-      "\x52\x0d\x0a\x01\x62\x52\x03\x0a\x01\x78\x52\x03\x0a\x01\x79",  // 16: peripherals[1] with two dependencies
+      "\x52\x03\x0a\x01\x61"                          // 0: peripherals[0] { id: "a" }
+      "\x12\x09\x12\x07\x1a\x05\x12\x03\x01\x02\x03"  // 5: general_configs { ... streams: [1, 2, 3] }
+      "\x52\x0d\x0a\x01\x62\x52\x03\x0a\x01\x78\x52\x03\x0a\x01\x79",  // 16: peripherals[1] with two
+                                                                       // dependencies
       31);
   pcfg::LoadedConfig loaded;
   std::vector<pcfg::Diagnostic> diagnostics;

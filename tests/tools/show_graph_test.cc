@@ -332,7 +332,8 @@ TEST(Graph, DotReadsBackAsTheTopology) {
 // Ids that differ only in control characters, or in a control character against its escaped
 // spelling, stay distinct nodes.
 TEST(Graph, ControlCharactersKeepIdsApart) {
-  const auto run = Pcfg({"graph", Written("controls.txtpb", R"(peripherals { id: "p\001" type: PERIPHERAL_TYPE_FPGA }
+  const auto run =
+      Pcfg({"graph", Written("controls.txtpb", R"(peripherals { id: "p\001" type: PERIPHERAL_TYPE_FPGA }
 peripherals { id: "p\002" type: PERIPHERAL_TYPE_FPGA }
 peripherals { id: "p\\001" type: PERIPHERAL_TYPE_FPGA }
 peripherals { id: "p\t" type: PERIPHERAL_TYPE_FPGA }
@@ -358,8 +359,9 @@ TEST(ShowGraph, LongIdsAreWrittenOnce) {
   std::string text = "peripherals { id: \"" + long_a + "\" type: PERIPHERAL_TYPE_FPGA }\n";
   text += "peripherals { id: \"" + long_b + "\" type: PERIPHERAL_TYPE_FPGA }\n";
   for (int i = 0; i < 300; ++i)
-    text += "peripherals { id: \"p" + std::to_string(i) + "\" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: \"" +
-            (i % 2 ? long_a : long_b) + "\" } }\n";
+    text += "peripherals { id: \"p" + std::to_string(i) +
+            "\" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: \"" + (i % 2 ? long_a : long_b) +
+            "\" } }\n";
   const std::string input = Written("long-ids.txtpb", text);
   const auto count = [](const std::string& haystack, const std::string& needle) {
     size_t n = 0;

@@ -88,7 +88,8 @@ void AddRuleOptions(CLI::App& command, RuleSelection& selection) {
       ->check(CLI::Validator(
           [](std::string& value) -> std::string {
             // Only digits: "-1" would otherwise wrap round to "all", and a huge number overflow.
-            if (!value.empty() && value.size() <= 9 && value.find_first_not_of("0123456789") == std::string::npos)
+            if (!value.empty() && value.size() <= 9 &&
+                value.find_first_not_of("0123456789") == std::string::npos)
               return "";
             return "expected a whole number from 0 (all) to 999999999, not '" + value + "'";
           },

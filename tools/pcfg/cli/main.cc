@@ -58,7 +58,8 @@ int Run(int argc, char** argv) {
       known = known || command->check_name(argv[1]);
     }
     if (!known) {
-      std::cerr << "pcfg: no command '" << argv[1] << "'; the commands are " << commands << " (see pcfg help)\n";
+      std::cerr << "pcfg: no command '" << argv[1] << "'; the commands are " << commands
+                << " (see pcfg help)\n";
       return kExitTrouble;
     }
   }

@@ -157,9 +157,9 @@ class DotWriter {
   const std::string& NodeName(std::string_view id) {
     auto [name, added] = names_.try_emplace(id);
     if (added) {
-      name->second = id.size() <= kLongestDrawnId
-                         ? DotQuote(id)
-                         : "\"" + DotEscape(StartOf(id, kDrawnStart)) + "\\…#" + std::to_string(++long_ids_) + "\"";
+      name->second = id.size() <= kLongestDrawnId ? DotQuote(id)
+                                                  : "\"" + DotEscape(StartOf(id, kDrawnStart)) + "\\…#" +
+                                                        std::to_string(++long_ids_) + "\"";
     }
     return name->second;
   }
@@ -217,7 +217,8 @@ class DotWriter {
     }
     const models::Peripheral* entry = index_.Registered(std::string(id));
     if (entry == nullptr) {
-      out_ += "shape=box, style=dashed, color=red, fontcolor=red, label=\"" + label + "\\n(not in registry)\"];\n";
+      out_ += "shape=box, style=dashed, color=red, fontcolor=red, label=\"" + label +
+              "\\n(not in registry)\"];\n";
       return;
     }
     const int type = entry->type();

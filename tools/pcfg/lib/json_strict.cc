@@ -60,7 +60,8 @@ constexpr std::array<bool, 256> kStringStops = [] {
 // the processor has SSE2, as every x86-64 does.
 const char* PlainRunEnd(const char* at, const char* end) {
 #if defined(__SSE2__)
-  const __m128i quote = _mm_set1_epi8('"'), backslash = _mm_set1_epi8('\\'), last_control = _mm_set1_epi8(0x1F);
+  const __m128i quote = _mm_set1_epi8('"'), backslash = _mm_set1_epi8('\\'),
+                last_control = _mm_set1_epi8(0x1F);
   for (; end - at >= 16; at += 16) {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
     const __m128i control = _mm_cmpeq_epi8(_mm_min_epu8(bytes, last_control), bytes);
@@ -80,8 +81,9 @@ const char* SpaceEnd(const char* at, const char* end) {
                 carriage_return = _mm_set1_epi8('\r');
   for (; end - at >= 16; at += 16) {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
-    const __m128i blank = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(bytes, space), _mm_cmpeq_epi8(bytes, newline)),
-                                       _mm_or_si128(_mm_cmpeq_epi8(bytes, tab), _mm_cmpeq_epi8(bytes, carriage_return)));
+    const __m128i blank =
+        _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(bytes, space), _mm_cmpeq_epi8(bytes, newline)),
+                     _mm_or_si128(_mm_cmpeq_epi8(bytes, tab), _mm_cmpeq_epi8(bytes, carriage_return)));
     const int others = ~_mm_movemask_epi8(blank) & 0xFFFF;
     if (others != 0) return at + __builtin_ctz(static_cast<unsigned>(others));
   }
@@ -204,7 +206,8 @@ class Scanner {
     const size_t start = pos_++;
     size_t plain_from = pos_;
     for (;;) {
-      pos_ = static_cast<size_t>(PlainRunEnd(json_.data() + pos_, json_.data() + json_.size()) - json_.data());
+      pos_ =
+          static_cast<size_t>(PlainRunEnd(json_.data() + pos_, json_.data() + json_.size()) - json_.data());
       if (AtEnd()) return Fail(start, "a string that is never closed");
       if (decoded != nullptr) decoded->append(json_.substr(plain_from, pos_ - plain_from));
       const char c = json_[pos_];
@@ -262,7 +265,8 @@ class Scanner {
     if (At() == '-') ++pos_;
     if (At() == '0') {
       ++pos_;
-      if (std::isdigit(static_cast<unsigned char>(At()))) return Fail(start, "a number may not start with a 0");
+      if (std::isdigit(static_cast<unsigned char>(At())))
+        return Fail(start, "a number may not start with a 0");
     } else if (!Digits()) {
       return Fail(start, "not a number");
     }
@@ -294,7 +298,9 @@ class Scanner {
     switch (At()) {
       case '{':
         if (!TakesObject(field))
-          return Fail(pos_, "field " + Quoted(field->name()) + " holds a " + ValueKind(field) + ", not an object",
+          return Fail(pos_,
+                      "field " + Quoted(field->name()) + " is of type " + ValueKind(field) +
+                          ": an object is not its value",
                       false);
         {
           JsonLocations::Node* node = NewNode();
@@ -303,8 +309,9 @@ class Scanner {
         }
       case '[':
         return Fail(pos_,
-                    element ? "a list of field " + Quoted(field->name()) + " holds an array: lists do not nest"
-                            : "field " + Quoted(field->name()) + " is not repeated: its value is not an array",
+                    element
+                        ? "a list of field " + Quoted(field->name()) + " holds an array: lists do not nest"
+                        : "field " + Quoted(field->name()) + " is not repeated: its value is not an array",
                     false);
       case '"':
         return String(nullptr);
@@ -321,7 +328,8 @@ class Scanner {
   }
 
   static std::string ValueKind(const gp::FieldDescriptor* field) {
-    return field->cpp_type() == gp::FieldDescriptor::CPPTYPE_MESSAGE ? "wrapped scalar" : field->cpp_type_name();
+    return field->cpp_type() == gp::FieldDescriptor::CPPTYPE_MESSAGE ? field->message_type()->full_name()
+                                                                     : field->cpp_type_name();
   }
 
   bool Array(const gp::FieldDescriptor* field, bool cut_here, JsonLocations::Node::Entry* entry) {
@@ -406,8 +414,9 @@ class Scanner {
           for (int i = 0; i < oneof->field_count() && other == nullptr; ++i)
             if (oneof->field(i) != field && seen.Test(oneof->field(i)->index())) other = oneof->field(i);
           return Fail(key_at,
-                      "fields " + Quoted(other != nullptr ? other->name() : "?") + " and " + Quoted(field->name()) +
-                          " are both set, but only one member of oneof " + Quoted(oneof->name()) + " may be",
+                      "fields " + Quoted(other != nullptr ? other->name() : "?") + " and " +
+                          Quoted(field->name()) + " are both set, but only one member of oneof " +
+                          Quoted(oneof->name()) + " may be",
                       false);
         }
       }
@@ -452,7 +461,7 @@ class Scanner {
   size_t cut_hint_ = kNowhere;
   JsonCut* cut_ = nullptr;
   const std::function<void(const JsonCut&)>* on_cut_ = nullptr;
-  bool escaped_ = false;        // whether the last string read had an escape
+  bool escaped_ = false;       // whether the last string read had an escape
   std::string_view root_key_;  // the root member whose list is being read, as written
   std::deque<JsonLocations::Node>* nodes_ = nullptr;
 };

@@ -6,8 +6,8 @@
 #include <google/protobuf/util/json_util.h>
 
 #include <mutex>
-#include <tuple>
 #include <nlohmann/json.hpp>
+#include <tuple>
 
 #include "json_strict.h"
 #include "parse_in_two.h"
@@ -170,10 +170,11 @@ bool ParseJson(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
   const JsonLoad result = CheckAndParseJsonInTwo(loaded->raw, &loaded->config, &problem);
   if (result == JsonLoad::kNotStrict) {
     const auto position = LineIndex(loaded->raw).At(problem.offset);
-    diagnostics->push_back(LoadError(
-        loaded->file,
-        (problem.syntax ? "invalid JSON: " : "not a PeripheralConfig in the JSON mapping: ") + problem.message,
-        position.first, position.second));
+    diagnostics->push_back(
+        LoadError(loaded->file,
+                  (problem.syntax ? "invalid JSON: " : "not a PeripheralConfig in the JSON mapping: ") +
+                      problem.message,
+                  position.first, position.second));
     return false;
   }
   if (result == JsonLoad::kParsed) return true;
@@ -349,7 +350,7 @@ bool LoadConfig(const std::string& path, const LoadOptions& options, LoadedConfi
   if (ParseConfig(display_name, chosen, std::move(raw), loaded, diagnostics)) return true;
   // A form taken by default may not be the one meant: say which it was and how to choose.
   if (!options.format && diagnostics->size() > reported) {
-    const std::string why = path == "-" ? "standard input has no extension"
+    const std::string why = path == "-"                 ? "standard input has no extension"
                             : ExtensionNamesAForm(path) ? ""
                                                         : "its extension names no form";
     if (!why.empty())

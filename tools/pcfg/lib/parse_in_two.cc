@@ -161,7 +161,8 @@ JsonHalves CutJson(std::string_view json, size_t hint) {
   return CutJson(json, cut);
 }
 
-JsonLoad CheckAndParseJsonInTwo(std::string_view json, Config* config, JsonProblem* problem, size_t smallest) {
+JsonLoad CheckAndParseJsonInTwo(std::string_view json, Config* config, JsonProblem* problem,
+                                size_t smallest) {
   const bool worth_cutting = json.size() >= smallest && config->GetArena() != nullptr;
   JsonCut cut;
   Config* second = worth_cutting ? gp::Arena::CreateMessage<Config>(config->GetArena()) : nullptr;
@@ -172,10 +173,10 @@ JsonLoad CheckAndParseJsonInTwo(std::string_view json, Config* config, JsonProbl
   // the whole input.
   const auto parse_halves = [&](const JsonCut& found) {
     try {
-      second_worker = std::thread([&, found] {
-        second_parsed = ParseJson(CutJson(json, found, false, true).second, second);
-      });
-      first_worker = std::thread([&, found] { first_parsed = ParseJson(CutJson(json, found, true, false).first, config); });
+      second_worker = std::thread(
+          [&, found] { second_parsed = ParseJson(CutJson(json, found, false, true).second, second); });
+      first_worker = std::thread(
+          [&, found] { first_parsed = ParseJson(CutJson(json, found, true, false).first, config); });
     } catch (const std::system_error&) {
       // no thread to be had (a process limit, say): one thread parses the whole
     }

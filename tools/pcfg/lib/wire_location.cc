@@ -71,7 +71,8 @@ WireSpan WireLocator::Locate(std::string_view wire, const FieldPath& path) const
   const gp::Descriptor* type = root_;
   int start = 0, length = static_cast<int>(wire.size());
   for (const PathStep& step : path.steps()) {
-    const gp::FieldDescriptor* field = type == nullptr ? nullptr : type->FindFieldByName(std::string(step.field));
+    const gp::FieldDescriptor* field =
+        type == nullptr ? nullptr : type->FindFieldByName(std::string(step.field));
     if (field == nullptr) return best;
     const Body& body = IndexOf(wire, start, length, type);
     const auto records = body.fields.find(field->number());

@@ -33,9 +33,9 @@ class WireLocator {
 
  private:
   struct Record {
-    int start = 0, length = 0;            // the whole record, tag included
-    int body = -1, body_length = 0;       // a length-delimited record's body
-    int elements_through = 0;             // elements of its field up to and including this record
+    int start = 0, length = 0;       // the whole record, tag included
+    int body = -1, body_length = 0;  // a length-delimited record's body
+    int elements_through = 0;        // elements of its field up to and including this record
   };
   struct Body {
     std::unordered_map<int, std::vector<Record>> fields;  // by field number, in wire order
