@@ -239,6 +239,25 @@ TEST(Rules, FindingsAreCappedPerRuleWithACount) {
   EXPECT_EQ(Check(registry, options).size(), 149u);
 }
 
+TEST(Diagnostics, InLineOrderUpToALimitThenAsTheyCome) {
+  // dangling-reference on line 1 runs after duplicate-id on lines 2 and 3.
+  const char* text =
+      "peripherals { id: \"a\" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: \"x\" } }\n"
+      "peripherals { id: \"a\" type: PERIPHERAL_TYPE_IMU }\n"
+      "peripherals { id: \"a\" type: PERIPHERAL_TYPE_IMU }\n";
+  pcfg::CheckOptions options;
+  options.only = {"duplicate-id", "dangling-reference"};
+  const auto lines = [&](size_t limit) {
+    options.max_put_in_line_order = limit;
+    std::vector<int> found;
+    for (const Diagnostic& d : Check(text, options)) found.push_back(d.severity == pcfg::Severity::kNote ? 0 : d.line);
+    return found;
+  };
+  EXPECT_EQ(lines(4), (std::vector<int>{1, 2, 3}));
+  EXPECT_EQ(lines(3), (std::vector<int>{1, 2, 3})) << "exactly at the limit, all in order";
+  EXPECT_EQ(lines(2), (std::vector<int>{2, 3, 1, 0})) << "one past: the held two in order, the rest as found, a note";
+}
+
 TEST(Rules, OptionsPairingSurvivesTypesAtTheEndOfTheRange) {
   for (const char* type : {"2147483647", "2147483638", "-2147483648", "-9"}) {
     const auto diagnostics = Check(std::string("system_options { type: ") + type + " options_qc_camx {} }");

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "bringup.h"
+#include "json_output.h"
 #include "pcfg_test_support.h"
 
 namespace {
@@ -241,6 +242,20 @@ TEST(Show, JsonCarriesTheSameFacts) {
   EXPECT_EQ(facts["camera_sets"][0]["cadmor_camera_set_id"], 2);
   EXPECT_EQ(facts["logical_cameras"][0]["primary"], "cam_b");
   EXPECT_EQ(facts["hal_pipelines"][0]["pipeline"], "PIPELINE_DEFAULT");
+}
+
+TEST(JsonOutput, ArraysWrittenElementByElementMatchWholeOnes) {
+  for (const char* text : {R"([])", R"([1])", R"([{"a": [1, {"b": []}]}, "x\ny", {}])", R"([[[]], [[1, 2]]])"}) {
+    const pcfg::Json array = pcfg::Json::parse(text);
+    for (int depth : {0, 2}) {
+      std::ostringstream whole, streamed;
+      pcfg::WriteJsonAt(whole, array, depth);
+      pcfg::JsonArrayWriter writer(streamed, depth);
+      for (const pcfg::Json& element : array) writer.Add(element);
+      writer.Close();
+      EXPECT_EQ(streamed.str(), whole.str()) << text << " at depth " << depth;
+    }
+  }
 }
 
 TEST(Show, CycleIsReportedAndTheRestOrdered) {

@@ -41,28 +41,38 @@ int RunCheck(const CheckCommandOptions& options) {
     std::cerr << "pcfg check: no input files (see pcfg check --help)\n";
     return kExitTrouble;
   }
+  // Diagnostics are written as they come and only counted here, so that memory does not grow
+  // with the number of findings (--max-diagnostics 0 on millions of entries).
+  std::unique_ptr<DiagnosticWriter> writer = options.format == "json" ? MakeJsonDiagnosticWriter(std::cout)
+                                             : options.format == "sarif"
+                                                 ? MakeSarifDiagnosticWriter(std::cout)
+                                                 : MakeTextDiagnosticWriter(std::cout);
   bool trouble = false;
-  std::vector<Diagnostic> all;
+  long total_errors = 0;
   for (const std::string& input : options.inputs) {
+    long errors = 0, warnings = 0;
+    const auto write = [&](const Diagnostic& d) {
+      errors += d.severity == Severity::kError;
+      warnings += d.severity == Severity::kWarning;
+      writer->Write(d);
+    };
     LoadedConfig loaded;
-    std::vector<Diagnostic> diagnostics;
-    if (!LoadConfig(input, options.in.ToLoadOptions(Format::kText), &loaded, &diagnostics)) {
-      trouble = true;
+    std::vector<Diagnostic> load_diagnostics;
+    const bool was_loaded =
+        LoadConfig(input, options.in.ToLoadOptions(Format::kText), &loaded, &load_diagnostics);
+    for (const Diagnostic& d : load_diagnostics) write(d);
+    if (was_loaded) {
+      RunChecks(loaded, options.rules.ToOptions(), write);
     } else {
-      std::vector<Diagnostic> found = RunChecks(loaded, options.rules.ToOptions());
-      diagnostics.insert(diagnostics.end(), found.begin(), found.end());
+      trouble = true;
     }
-    if (options.format == "text") {
-      PrintDiagnostics(std::cout, diagnostics);
-      std::cerr << DisplayName(input) << ": " << CountSeverity(diagnostics, Severity::kError) << " error(s), "
-                << CountSeverity(diagnostics, Severity::kWarning) << " warning(s)\n";
-    }
-    all.insert(all.end(), diagnostics.begin(), diagnostics.end());
+    if (options.format == "text")
+      std::cerr << DisplayName(input) << ": " << errors << " error(s), " << warnings << " warning(s)\n";
+    total_errors += errors;
   }
-  if (options.format == "json") PrintDiagnosticsJson(std::cout, all);
-  if (options.format == "sarif") PrintDiagnosticsSarif(std::cout, all);
+  writer->Finish();
   if (trouble) return kExitTrouble;
-  return CountSeverity(all, Severity::kError) > 0 ? kExitFindings : kExitOk;
+  return total_errors > 0 ? kExitFindings : kExitOk;
 }
 
 }  // namespace

@@ -20,9 +20,12 @@ int RunCompile(CompileOptions& options) {
   LoadedConfig loaded;
   if (!LoadOrReport(options.input, options.in.ToLoadOptions(Format::kText), &loaded)) return kExitTrouble;
   if (!options.no_check) {
-    const std::vector<Diagnostic> diagnostics = RunChecks(loaded, options.rules.ToOptions());
-    PrintDiagnostics(std::cerr, diagnostics);
-    const int errors = CountSeverity(diagnostics, Severity::kError);
+    const std::unique_ptr<DiagnosticWriter> writer = MakeTextDiagnosticWriter(std::cerr);
+    long errors = 0;
+    RunChecks(loaded, options.rules.ToOptions(), [&](Diagnostic&& d) {
+      errors += d.severity == Severity::kError;
+      writer->Write(d);
+    });
     if (errors > 0) {
       std::cerr << loaded.file << ": " << errors << " error(s) found; nothing written\n";
       return kExitFindings;
@@ -48,7 +51,8 @@ void AddCompileCommand(CLI::App& app, int& exit_status) {
   CLI::App* command = app.add_subcommand("compile", "Compile a text or JSON configuration to binary");
   command->footer(
       "Runs the checks first and writes nothing when they find errors. The output (-o) is replaced\n"
-      "atomically when it is a plain file and written through otherwise (a FIFO, a device, standard output).\n"
+      "atomically when it is a plain file and written through otherwise (a FIFO, a device, standard "
+      "output).\n"
       "Exit status: 0 written, 1 the checks found errors, 2 usage error, unreadable or unparsable\n"
       "input, or an output that cannot be written.\n"
       "Example: pcfg compile examples/headset.txtpb -o headset.binpb");

@@ -107,11 +107,12 @@ const Rule* FindRule(std::string_view id) {
 
 namespace {
 
-Diagnostic Note(const LoadedConfig& loaded, const Rule& rule, std::string message) {
+// A note about RULE, or about the run as a whole when RULE is null.
+Diagnostic Note(const LoadedConfig& loaded, const Rule* rule, std::string message) {
   Diagnostic d;
   d.file = loaded.file;
   d.severity = Severity::kNote;
-  d.rule = rule.id;
+  if (rule) d.rule = rule->id;
   d.message = std::move(message);
   return d;
 }
@@ -123,17 +124,29 @@ const char* FailedPrerequisite(const Rule& rule, const std::vector<std::string>&
   return nullptr;
 }
 
+void FlushInLineOrder(std::vector<Diagnostic>& held, const DiagnosticSink& sink) {
+  std::stable_sort(held.begin(), held.end(), [](const Diagnostic& a, const Diagnostic& b) {
+    return std::make_pair(a.line, a.column) < std::make_pair(b.line, b.column);
+  });
+  for (Diagnostic& d : held) sink(std::move(d));
+  held.clear();
+  held.shrink_to_fit();
+}
+
 }  // namespace
 
-std::vector<Diagnostic> RunChecks(const LoadedConfig& loaded, const CheckOptions& options) {
+void RunChecks(const LoadedConfig& loaded, const CheckOptions& options, const DiagnosticSink& sink) {
   const ConfigIndex index(loaded.config);
   const CheckContext context(loaded, index);
-  std::vector<Diagnostic> diagnostics, notes;
+  // Binary input has no lines: its findings stay in rule order, so nothing needs holding.
+  const bool in_line_order = loaded.format != Format::kBinary;
+  std::vector<Diagnostic> held, notes;
+  bool overflowed = false;  // more findings than are put in line order
   std::vector<std::string> failed;
   for (const Rule& rule : Rules()) {
     if (options.disabled.count(rule.id) || (!options.only.empty() && !options.only.count(rule.id))) continue;
     if (const char* prerequisite = FailedPrerequisite(rule, failed)) {
-      notes.push_back(Note(loaded, rule,
+      notes.push_back(Note(loaded, &rule,
                            std::string("skipped: its findings depend on ") + prerequisite +
                                ", which found problems; fix those first"));
       continue;
@@ -141,7 +154,7 @@ std::vector<Diagnostic> RunChecks(const LoadedConfig& loaded, const CheckOptions
     Findings findings(options.max_per_rule);
     rule.check(context, findings);
     if (findings.total() > 0) failed.push_back(rule.id);
-    for (const Findings::Item& item : findings.items()) {
+    for (Findings::Item& item : findings.items()) {
       Diagnostic d;
       d.file = loaded.file;
       const LoadedConfig::Location location = loaded.Locate(item.path);
@@ -152,19 +165,34 @@ std::vector<Diagnostic> RunChecks(const LoadedConfig& loaded, const CheckOptions
       d.severity = options.werror ? Severity::kError : rule.severity;
       d.rule = rule.id;
       d.path = item.path.ToString();
-      d.message = item.message;
-      diagnostics.push_back(std::move(d));
+      d.message = std::move(item.message);
+      if (in_line_order && held.size() < options.max_put_in_line_order) {
+        held.push_back(std::move(d));
+      } else {
+        if (in_line_order && !overflowed) {
+          FlushInLineOrder(held, sink);
+          overflowed = true;
+        }
+        sink(std::move(d));
+      }
     }
     if (findings.total() > findings.items().size())
-      notes.push_back(Note(loaded, rule,
+      notes.push_back(Note(loaded, &rule,
                            std::to_string(findings.total() - findings.items().size()) +
                                " more finding(s) of this rule not shown (--max-diagnostics " +
                                std::to_string(options.max_per_rule) + ")"));
   }
-  std::stable_sort(diagnostics.begin(), diagnostics.end(), [](const Diagnostic& a, const Diagnostic& b) {
-    return std::make_pair(a.line, a.column) < std::make_pair(b.line, b.column);
-  });
-  diagnostics.insert(diagnostics.end(), notes.begin(), notes.end());
+  FlushInLineOrder(held, sink);
+  if (overflowed)
+    notes.push_back(Note(loaded, nullptr,
+                         "more than " + std::to_string(options.max_put_in_line_order) +
+                             " findings: those after the first are written rule by rule, not in line order"));
+  for (Diagnostic& d : notes) sink(std::move(d));
+}
+
+std::vector<Diagnostic> RunChecks(const LoadedConfig& loaded, const CheckOptions& options) {
+  std::vector<Diagnostic> diagnostics;
+  RunChecks(loaded, options, [&diagnostics](Diagnostic&& d) { diagnostics.push_back(std::move(d)); });
   return diagnostics;
 }
 

@@ -5,6 +5,7 @@
 // of them fails.
 #pragma once
 
+#include <functional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -27,9 +28,19 @@ struct CheckOptions {
   bool werror = false;                                  // report warnings as errors
   std::set<std::string> only;                           // when not empty, run just these rules
   size_t max_per_rule = kDefaultMaxDiagnosticsPerRule;  // 0: all
+  // Findings of text and JSON input held to be put in line order, at most: beyond, memory would
+  // grow with the findings of --max-diagnostics 0 (a few hundred bytes each), so the rest go out
+  // rule by rule as they come, with a note.
+  size_t max_put_in_line_order = size_t{1} << 18;
 };
 
-// Runs the enabled rules and returns their diagnostics, located in the input where it can.
+// Runs the enabled rules and hands SINK their diagnostics, located in the input where it can, in
+// the order of the input's lines (rule by rule where it has none: binary), notes last. Binary
+// findings go to SINK as each rule finds them; the others are held only to be put in order.
+using DiagnosticSink = std::function<void(Diagnostic&& diagnostic)>;
+void RunChecks(const LoadedConfig& loaded, const CheckOptions& options, const DiagnosticSink& sink);
+
+// The same diagnostics, returned.
 std::vector<Diagnostic> RunChecks(const LoadedConfig& loaded, const CheckOptions& options);
 
 // The findings of the rule on fields the schema does not know, alone: what decode and fmt must

@@ -1,5 +1,6 @@
 #include "diagnostics.h"
 
+#include <algorithm>
 #include <ostream>
 
 #include "json_output.h"
@@ -19,6 +20,8 @@ const char* SeverityName(Severity severity) {
 }
 
 std::string EscapeControlCharacters(const std::string& text) {
+  const auto is_control = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
+  if (std::none_of(text.begin(), text.end(), is_control)) return text;
   std::string escaped;
   for (const char c : text) {
     const unsigned char byte = static_cast<unsigned char>(c);
@@ -48,26 +51,66 @@ std::string FormatDiagnostic(const Diagnostic& d) {
   if (!d.path.empty()) text += d.path + ": ";
   text += d.message;
   if (!d.rule.empty()) text += " [" + d.rule + "]";
-  return EscapeControlCharacters(text);
+  const auto is_control = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
+  return std::none_of(text.begin(), text.end(), is_control) ? text : EscapeControlCharacters(text);
+}
+
+namespace {
+
+class TextWriter : public DiagnosticWriter {
+ public:
+  explicit TextWriter(std::ostream& out) : out_(out) {}
+  void Write(const Diagnostic& d) override { out_ << FormatDiagnostic(d) << '\n'; }
+  void Finish() override {}
+
+ private:
+  std::ostream& out_;
+};
+
+class JsonWriter : public DiagnosticWriter {
+ public:
+  explicit JsonWriter(std::ostream& out) : out_(out), array_(out, 0) {}
+  void Write(const Diagnostic& d) override {
+    array_.Add({{"file", d.file},
+                {"line", d.line},
+                {"column", d.column},
+                {"byte_offset", d.byte_offset >= 0 ? Json(d.byte_offset) : Json(nullptr)},
+                {"severity", SeverityName(d.severity)},
+                {"rule", d.rule},
+                {"path", d.path},
+                {"message", d.message}});
+  }
+  void Finish() override {
+    array_.Close();
+    out_ << '\n';
+  }
+
+ private:
+  std::ostream& out_;
+  JsonArrayWriter array_;
+};
+
+void PrintAll(DiagnosticWriter& writer, const std::vector<Diagnostic>& diagnostics) {
+  for (const Diagnostic& d : diagnostics) writer.Write(d);
+  writer.Finish();
+}
+
+}  // namespace
+
+std::unique_ptr<DiagnosticWriter> MakeTextDiagnosticWriter(std::ostream& out) {
+  return std::make_unique<TextWriter>(out);
+}
+
+std::unique_ptr<DiagnosticWriter> MakeJsonDiagnosticWriter(std::ostream& out) {
+  return std::make_unique<JsonWriter>(out);
 }
 
 void PrintDiagnostics(std::ostream& out, const std::vector<Diagnostic>& diagnostics) {
-  for (const Diagnostic& d : diagnostics) out << FormatDiagnostic(d) << '\n';
+  PrintAll(*MakeTextDiagnosticWriter(out), diagnostics);
 }
 
 void PrintDiagnosticsJson(std::ostream& out, const std::vector<Diagnostic>& diagnostics) {
-  Json array = Json::array();
-  for (const Diagnostic& d : diagnostics) {
-    array.push_back({{"file", d.file},
-                     {"line", d.line},
-                     {"column", d.column},
-                     {"byte_offset", d.byte_offset >= 0 ? Json(d.byte_offset) : Json(nullptr)},
-                     {"severity", SeverityName(d.severity)},
-                     {"rule", d.rule},
-                     {"path", d.path},
-                     {"message", d.message}});
-  }
-  PrintJson(out, array);
+  PrintAll(*MakeJsonDiagnosticWriter(out), diagnostics);
 }
 
 int CountSeverity(const std::vector<Diagnostic>& diagnostics, Severity severity) {

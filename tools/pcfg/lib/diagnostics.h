@@ -3,6 +3,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -33,8 +34,21 @@ std::string FormatDiagnostic(const Diagnostic& diagnostic);
 // so that printing it for people cannot break lines or drive the terminal.
 std::string EscapeControlCharacters(const std::string& text);
 
+// Diagnostics written one at a time as they come, so that a run with millions of findings never
+// holds them all; Finish closes what the form needs closed (a JSON array, a SARIF log).
+class DiagnosticWriter {
+ public:
+  virtual ~DiagnosticWriter() = default;
+  virtual void Write(const Diagnostic& diagnostic) = 0;
+  virtual void Finish() = 0;
+};
+
+// One compiler-style line each.
+std::unique_ptr<DiagnosticWriter> MakeTextDiagnosticWriter(std::ostream& out);
+// A JSON array of objects with file, line, column, byte_offset, severity, rule, path and message.
+std::unique_ptr<DiagnosticWriter> MakeJsonDiagnosticWriter(std::ostream& out);
+
 void PrintDiagnostics(std::ostream& out, const std::vector<Diagnostic>& diagnostics);
-// A JSON array of objects with file, line, column, severity, rule, path and message.
 void PrintDiagnosticsJson(std::ostream& out, const std::vector<Diagnostic>& diagnostics);
 
 int CountSeverity(const std::vector<Diagnostic>& diagnostics, Severity severity);

@@ -39,7 +39,7 @@ class Findings {
     FieldPath path;
     std::string message;
   };
-  const std::vector<Item>& items() const { return items_; }
+  std::vector<Item>& items() { return items_; }
   size_t total() const { return total_; }
 
  private:

@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 
 #include "checks.h"
 #include "json_output.h"
@@ -58,50 +59,81 @@ int RuleIndex(const std::string& id) {
   return static_cast<int>(rules.size());  // the load-error descriptor, last
 }
 
-Json Location(const Diagnostic& d) {
-  Json physical = {{"artifactLocation", {{"uri", ArtifactUri(d.file)}}}};
-  if (d.line > 0) {
-    Json region = {{"startLine", d.line}};
-    if (d.column > 0) region["startColumn"] = d.column;
-    physical["region"] = region;
-  } else if (d.byte_offset >= 0) {
-    physical["region"] = {{"byteOffset", d.byte_offset}, {"byteLength", d.byte_length}};
+// The log is written as results come: the run's tool first, then its results one at a time, and
+// the invocation last, since whether everything loaded is known only at the end.
+class SarifWriter : public DiagnosticWriter {
+ public:
+  explicit SarifWriter(std::ostream& out) : out_(out) {
+    const Json driver = {{"name", "pcfg"}, {"version", PCFG_VERSION}, {"rules", RuleDescriptors()}};
+    out_
+        << "{\n  \"$schema\": \"https://json.schemastore.org/sarif-2.1.0.json\",\n  \"version\": \"2.1.0\",\n"
+           "  \"runs\": [\n    {\n      \"tool\": ";
+    WriteJsonAt(out_, {{"driver", driver}}, 3);
+    out_ << ",\n      \"results\": ";
+    results_.emplace(out_, 3);
   }
-  Json location = {{"physicalLocation", physical}};
-  if (!d.path.empty())
-    location["logicalLocations"] = Json::array({{{"fullyQualifiedName", d.path}, {"kind", "member"}}});
-  return location;
-}
+
+  void Write(const Diagnostic& d) override {
+    // Notes say how the run went (a rule skipped, findings left out), not what is wrong where.
+    if (d.severity == Severity::kNote) {
+      Json notification = {{"level", "note"}, {"message", {{"text", d.message}}}};
+      if (!d.rule.empty()) notification["associatedRule"] = {{"id", d.rule}, {"index", RuleIndex(d.rule)}};
+      notifications_.push_back(std::move(notification));
+      return;
+    }
+    const std::string rule = d.rule.empty() ? kLoadErrorRule : d.rule;
+    loaded_everything_ = loaded_everything_ && !d.rule.empty();
+    results_->Add({{"ruleId", rule},
+                   {"ruleIndex", RuleIndex(rule)},
+                   {"level", Level(d.severity)},
+                   {"message", {{"text", d.message}}},
+                   {"locations", Json::array({Location(d)})}});
+  }
+
+  void Finish() override {
+    results_->Close();
+    Json invocation = {{"executionSuccessful", loaded_everything_}};
+    if (!notifications_.empty()) invocation["toolExecutionNotifications"] = notifications_;
+    out_ << ",\n      \"invocations\": ";
+    WriteJsonAt(out_, Json::array({invocation}), 3);
+    out_ << "\n    }\n  ]\n}\n";
+  }
+
+ private:
+  Json Location(const Diagnostic& d) {
+    // Resolving a file name against the working folder costs system calls: once per file.
+    if (d.file != uri_of_) uri_ = ArtifactUri(uri_of_ = d.file);
+    Json physical = {{"artifactLocation", {{"uri", uri_}}}};
+    if (d.line > 0) {
+      Json region = {{"startLine", d.line}};
+      if (d.column > 0) region["startColumn"] = d.column;
+      physical["region"] = region;
+    } else if (d.byte_offset >= 0) {
+      physical["region"] = {{"byteOffset", d.byte_offset}, {"byteLength", d.byte_length}};
+    }
+    Json location = {{"physicalLocation", physical}};
+    if (!d.path.empty())
+      location["logicalLocations"] = Json::array({{{"fullyQualifiedName", d.path}, {"kind", "member"}}});
+    return location;
+  }
+
+  std::ostream& out_;
+  std::optional<JsonArrayWriter> results_;
+  Json notifications_ = Json::array();
+  bool loaded_everything_ = true;
+  std::string uri_of_, uri_;
+};
 
 }  // namespace
 
+std::unique_ptr<DiagnosticWriter> MakeSarifDiagnosticWriter(std::ostream& out) {
+  return std::make_unique<SarifWriter>(out);
+}
+
 void PrintDiagnosticsSarif(std::ostream& out, const std::vector<Diagnostic>& diagnostics) {
-  Json results = Json::array(), notifications = Json::array();
-  bool loaded_everything = true;
-  for (const Diagnostic& d : diagnostics) {
-    // Notes say how the run went (a rule skipped, findings left out), not what is wrong where.
-    if (d.severity == Severity::kNote) {
-      notifications.push_back({{"level", "note"},
-                               {"message", {{"text", d.message}}},
-                               {"associatedRule", {{"id", d.rule}, {"index", RuleIndex(d.rule)}}}});
-      continue;
-    }
-    const std::string rule = d.rule.empty() ? kLoadErrorRule : d.rule;
-    loaded_everything = loaded_everything && !d.rule.empty();
-    results.push_back({{"ruleId", rule},
-                       {"ruleIndex", RuleIndex(rule)},
-                       {"level", Level(d.severity)},
-                       {"message", {{"text", d.message}}},
-                       {"locations", Json::array({Location(d)})}});
-  }
-  Json invocation = {{"executionSuccessful", loaded_everything}};
-  if (!notifications.empty()) invocation["toolExecutionNotifications"] = notifications;
-  Json driver = {{"name", "pcfg"}, {"version", PCFG_VERSION}, {"rules", RuleDescriptors()}};
-  Json run = {
-      {"tool", {{"driver", driver}}}, {"invocations", Json::array({invocation})}, {"results", results}};
-  PrintJson(out, {{"$schema", "https://json.schemastore.org/sarif-2.1.0.json"},
-                  {"version", "2.1.0"},
-                  {"runs", Json::array({run})}});
+  const std::unique_ptr<DiagnosticWriter> writer = MakeSarifDiagnosticWriter(out);
+  for (const Diagnostic& d : diagnostics) writer->Write(d);
+  writer->Finish();
 }
 
 }  // namespace pcfg

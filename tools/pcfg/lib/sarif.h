@@ -5,11 +5,15 @@
 #pragma once
 
 #include <iosfwd>
+#include <memory>
 #include <vector>
 
 #include "diagnostics.h"
 
 namespace pcfg {
+
+// A SARIF 2.1.0 log of one run, written as the diagnostics come.
+std::unique_ptr<DiagnosticWriter> MakeSarifDiagnosticWriter(std::ostream& out);
 
 void PrintDiagnosticsSarif(std::ostream& out, const std::vector<Diagnostic>& diagnostics);
 
