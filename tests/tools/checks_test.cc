@@ -99,6 +99,20 @@ const RuleCase kRuleCases[] = {
      R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
         physical_cameras { peripheral_id: "cam" cadmor { i2c { sequences { registers { address_hex: "0X30aF" } } } } })"},
     {"undeclared-enum", R"(peripherals { id: "imu" type: 57 })", R"(peripherals { id: "imu" type: 200 })"},
+    // The edges of rules, each again a failing case and its passing twin.
+    {"undeclared-enum", R"(peripherals { id: "imu" type: -5 })", R"(peripherals { id: "imu" type: 0 })"},
+    {"missing-options",
+     R"(peripherals { id: "imu" type: PERIPHERAL_TYPE_IMU system_type: PERIPHERAL_SYSTEM_TYPE_CADMOR })",
+     R"(peripherals { id: "gen" type: PERIPHERAL_TYPE_GENERIC system_type: PERIPHERAL_SYSTEM_TYPE_GENERIC })"},
+    {"membership-mismatch", R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
+                               peripherals { id: "set" type: PERIPHERAL_TYPE_CAMERASET }
+                               physical_cameras { peripheral_id: "cam" cadmor {} cameraset_peripheral_ids: "set" cadmor_camera_set_id: 3 }
+                               camera_sets { peripheral_id: "set" camera_peripheral_ids: "cam" cadmor { camera_set_id: 2 } })",
+     // A set without a cadmor part has no number for the camera's to disagree with.
+     R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
+        peripherals { id: "set" type: PERIPHERAL_TYPE_CAMERASET }
+        physical_cameras { peripheral_id: "cam" cadmor {} cameraset_peripheral_ids: "set" cadmor_camera_set_id: 3 }
+        camera_sets { peripheral_id: "set" camera_peripheral_ids: "cam" })"},
     {"duplicate-sequence", R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
                               physical_cameras { peripheral_id: "cam" cadmor { i2c { sequences { id: CAMERA_COMMAND_INIT } sequences { id: CAMERA_COMMAND_INIT } } } })",
      R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
@@ -250,12 +264,14 @@ TEST(Diagnostics, InLineOrderUpToALimitThenAsTheyCome) {
   const auto lines = [&](size_t limit) {
     options.max_put_in_line_order = limit;
     std::vector<int> found;
-    for (const Diagnostic& d : Check(text, options)) found.push_back(d.severity == pcfg::Severity::kNote ? 0 : d.line);
+    for (const Diagnostic& d : Check(text, options))
+      found.push_back(d.severity == pcfg::Severity::kNote ? 0 : d.line);
     return found;
   };
   EXPECT_EQ(lines(4), (std::vector<int>{1, 2, 3}));
   EXPECT_EQ(lines(3), (std::vector<int>{1, 2, 3})) << "exactly at the limit, all in order";
-  EXPECT_EQ(lines(2), (std::vector<int>{2, 3, 1, 0})) << "one past: the held two in order, the rest as found, a note";
+  EXPECT_EQ(lines(2), (std::vector<int>{2, 3, 1, 0}))
+      << "one past: the held two in order, the rest as found, a note";
 }
 
 TEST(Rules, OptionsPairingSurvivesTypesAtTheEndOfTheRange) {

@@ -173,6 +173,32 @@ TEST(Cli, MistakesNameTheChoices) {
       << "help explains pcfg, not itself";
 }
 
+TEST(Cli, SizeLimitAdmitsAnInputOfExactlyItsSize) {
+  std::string text = kSmall;
+  text.resize(4096, ' ');  // a clean configuration of exactly 4 KiB
+  const std::string file = Written("limit.txtpb", text);
+  const std::pair<const char*, int> limits[] = {{"4097", 0}, {"4096", 0}, {"4K", 0}, {"4095", 2}};
+  for (const auto& [limit, status] : limits) {
+    EXPECT_EQ(Pcfg({"check", "--max-input-size", limit, file}).status, status) << limit << " on a file";
+    // Through a pipe the size is not known beforehand: the reader counts.
+    const auto piped = pcfg_test::Shell(
+        "cat " + pcfg_test::Quote(file) + " | " +
+        pcfg_test::PcfgCommandLine({"check", "--max-input-size", limit, "--from", "text", "-"}));
+    EXPECT_EQ(piped.status, status) << limit << " through a pipe\n" << piped.err;
+  }
+  // The option's own range: below 2 GiB, which is all that one parse can hold.
+  const std::pair<const char*, int> sizes[] = {
+      {"2047M", 0}, {"1G", 0},  {"1GiB", 0}, {"2G", 2},
+      {"-1", 2},    {"10X", 2}, {"", 2},     {"99999999999999999999", 2}};
+  for (const auto& [size, status] : sizes) {
+    const auto run = Pcfg({"check", "--max-input-size", size, file});
+    EXPECT_EQ(run.status, status) << "'" << size << "'\n" << run.err;
+    if (status == 2) {
+      EXPECT_NE(run.err.find("expected a size below 2G"), std::string::npos) << run.err;
+    }
+  }
+}
+
 TEST(Cli, CompileWritesBesideItsInputByDefault) {
   const std::string dir = Scratch("default-output");
   ::mkdir(dir.c_str(), 0755);

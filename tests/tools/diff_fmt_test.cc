@@ -156,6 +156,11 @@ TEST(Diff, MatchesKeyedEntriesAndNamesEachDifference) {
               Edited("cameraset_peripheral_ids: \"set\"", "cameraset_peripheral_ids: [\"set\", \"x\"]")),
        {"+ physical_cameras[cam_left].cameraset_peripheral_ids[1]: \"x\"",
         "physical_cameras[cam_left].camx.power_up_sequence[1].delay_ms: 5 -> 6"}},
+      {"a positional list that gets shorter, and a double",
+       Edited("cameraset_peripheral_ids: \"set\"", "cameraset_peripheral_ids: [\"set\", \"x\"]"),
+       Edited("sensor_name: \"og0va1b\"", "sensor_name: \"og0va1b\" lens_info { focal_length: 2.5 }"),
+       {"- physical_cameras[cam_left].cameraset_peripheral_ids[1]: \"x\"",
+        "+ physical_cameras[cam_left].camx.lens_info: added"}},
       {"singular message on one side",
        kBase,
        Edited("sensor_name: \"og0va1b\"", "sensor_name: \"og0va1b\" lens_info {}"),
@@ -220,15 +225,41 @@ TEST(Diff, EveryKeyedListMatchesByItsKey) {
   }
 }
 
-TEST(Diff, MentionsUnknownFields) {
-  // peripherals { id: "x" }, then the same entry carrying field 7 = 1 the schema does not know.
-  pcfg::Config plain, unknown;
+TEST(Diff, ComparesUnknownFieldsOfEveryWireType) {
+  // peripherals { id: "x" } carrying field 7, which the schema does not know, in each wire type;
+  // the two values of a row differ in their last byte.
+  struct Row {
+    const char* wire_type;
+    std::string a, b;
+    const char* shown_a;
+  };
+  const Row rows[] = {
+      {"varint", "\x38\x01", "\x38\x02", "{ 7: 1 }"},
+      {"fixed32", std::string("\x3d\x01\x00\x00\x00", 5), std::string("\x3d\x01\x00\x00\x01", 5),
+       "{ 7: 0x00000001 }"},
+      {"fixed64", std::string("\x39\x01\x00\x00\x00\x00\x00\x00\x00", 9),
+       std::string("\x39\x01\x00\x00\x00\x00\x00\x00\x01", 9), "{ 7: 0x0000000000000001 }"},
+      {"length-delimited", "\x3a\x01y", "\x3a\x01z", "{ 7: \"y\" }"},
+      {"group", "\x3b\x08\x01\x3c", "\x3b\x08\x02\x3c", "{ 7 { 1: 1 } }"},
+  };
+  const auto entry = [](const std::string& unknown) {
+    pcfg::Config config;
+    const std::string body = "\x0a\x01x" + unknown;
+    EXPECT_TRUE(config.ParseFromString("\x52" + std::string(1, static_cast<char>(body.size())) + body));
+    return config;
+  };
+  pcfg::Config plain;
   ASSERT_TRUE(plain.ParseFromString(std::string("\x52\x03\x0a\x01x", 5)));
-  ASSERT_TRUE(unknown.ParseFromString(std::string("\x52\x05\x0a\x01x\x38\x01", 7)));
-  const auto differences = pcfg::DiffConfigs(plain, unknown);
-  ASSERT_EQ(differences.size(), 1u);
-  EXPECT_EQ(pcfg::FormatDifference(differences[0]), "peripherals[x].(unknown fields): (none) -> { 7: 1 }");
-  EXPECT_TRUE(pcfg::DiffConfigs(unknown, unknown).empty());
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.wire_type);
+    const pcfg::Config a = entry(row.a), b = entry(row.b);
+    EXPECT_TRUE(pcfg::DiffConfigs(a, entry(row.a)).empty());
+    EXPECT_EQ(pcfg::DiffConfigs(a, b).size(), 1u);
+    const auto added = pcfg::DiffConfigs(plain, a);
+    ASSERT_EQ(added.size(), 1u);
+    EXPECT_EQ(pcfg::FormatDifference(added[0]),
+              std::string("peripherals[x].(unknown fields): (none) -> ") + row.shown_a);
+  }
 }
 
 using pcfg_test::Scratch;
@@ -354,6 +385,12 @@ TEST(Fmt, InPlaceRewritesOnlyWhatItMayAndMust) {
        2,
        std::string(kMessy) + "# proto-file: a note that looks like the header\n",
        ":4: error: has comments"},
+      {"the header ends where the body starts, quoted or not",
+       "device_info { device_name: HARDWARE_TREVIL3 }\n# proto-file: a note that looks like the header\n",
+       {},
+       2,
+       "device_info { device_name: HARDWARE_TREVIL3 }\n# proto-file: a note that looks like the header\n",
+       ":2: error: has comments"},
       {"# inside strings is no comment",
        "device_info { soc_name: \"a#b\" }\nperipherals { id: 'x\\'#' }\n",
        {},

@@ -78,6 +78,20 @@ struct HostileCase {
   bool needs_root = false;
 };
 
+// compile in.txtpb over an out.binpb that holds "precious", with the system call FAULT failing.
+std::string CompileOverPrecious(const std::string& dir, const std::string& fault) {
+  Put(dir, "out.binpb", "precious");
+  return "PCFG_IO_FAULT=" + fault + " LD_PRELOAD=" + Quote(PCFG_IO_FAULT_SHIM) +
+         // ASan wants its runtime first among the loaded libraries; the shim comes before it.
+         " ASAN_OPTIONS=\"${ASAN_OPTIONS:-}:verify_asan_link_order=0\" " +
+         Pcfg({"compile", Put(dir, "in.txtpb", kClean), "-o", dir + "/out.binpb"});
+}
+
+void KeptPrecious(const std::string& dir, const std::string&) {
+  EXPECT_EQ(ReadFile(dir + "/out.binpb"), "precious");
+  EXPECT_EQ(TemporaryFilesIn(dir), 0);
+}
+
 const HostileCase kCases[] = {
     // ---- inputs that are not configurations ----
     {"DirectoryAsInputOfEveryCommand",
@@ -381,6 +395,17 @@ const HostileCase kCases[] = {
        return Pcfg({"decode", CompiledBinary(dir)}) + " >&-";
      },
      2, "<stdout>: error: standard output is closed"},
+    // ---- system calls that fail (through the LD_PRELOAD shim): the old output stays ----
+    {"FsyncFails", [](const std::string& dir) { return CompileOverPrecious(dir, "fsync"); }, 2,
+     "out.binpb: error: cannot write: Input/output error", KeptPrecious},
+    {"CloseReportsALateWriteError", [](const std::string& dir) { return CompileOverPrecious(dir, "close"); },
+     2, "out.binpb: error: cannot write: Input/output error", KeptPrecious},
+    {"RenameFails", [](const std::string& dir) { return CompileOverPrecious(dir, "rename:EXDEV"); }, 2,
+     "out.binpb: error: cannot replace the file: Invalid cross-device link", KeptPrecious},
+    {"DiskFullMidWrite", [](const std::string& dir) { return CompileOverPrecious(dir, "write:ENOSPC"); }, 2,
+     "out.binpb: error: cannot write: No space left on device", KeptPrecious},
+    {"ReadFails", [](const std::string& dir) { return CompileOverPrecious(dir, "read"); }, 2,
+     "in.txtpb: error: cannot read: Input/output error", KeptPrecious},
 };
 
 // Rows are named by their names, in test listings too.

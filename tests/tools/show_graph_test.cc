@@ -245,7 +245,8 @@ TEST(Show, JsonCarriesTheSameFacts) {
 }
 
 TEST(JsonOutput, ArraysWrittenElementByElementMatchWholeOnes) {
-  for (const char* text : {R"([])", R"([1])", R"([{"a": [1, {"b": []}]}, "x\ny", {}])", R"([[[]], [[1, 2]]])"}) {
+  for (const char* text :
+       {R"([])", R"([1])", R"([{"a": [1, {"b": []}]}, "x\ny", {}])", R"([[[]], [[1, 2]]])"}) {
     const pcfg::Json array = pcfg::Json::parse(text);
     for (int depth : {0, 2}) {
       std::ostringstream whole, streamed;
@@ -256,6 +257,29 @@ TEST(JsonOutput, ArraysWrittenElementByElementMatchWholeOnes) {
       EXPECT_EQ(streamed.str(), whole.str()) << text << " at depth " << depth;
     }
   }
+}
+
+TEST(ShowGraph, EdgesOfTheTopology) {
+  // A primary index equal to the member count names no member; a template's memberships are
+  // a pattern for the cameras made from it, not edges; a cell of exactly the widest width is whole.
+  const std::string widest(100, 'w');
+  const std::string text = R"(peripherals { id: "set" type: PERIPHERAL_TYPE_CAMERASET }
+physical_cameras { peripheral_id: "base" is_template: true cameraset_peripheral_ids: "set" }
+camera_sets { peripheral_id: "set" }
+logical_cameras { peripheral_id: "log" camera_peripheral_ids: ["a", "b"] camx { primary_camera_index: 2 } }
+peripherals { id: ")" + widest +
+                           R"(" type: PERIPHERAL_TYPE_FPGA }
+peripherals { id: ")" + widest +
+                           R"(x" type: PERIPHERAL_TYPE_FPGA }
+)";
+  const std::string file = Written("edges.txtpb", text);
+  const auto facts = json::parse(Pcfg({"show", "--format", "json", file}).out);
+  EXPECT_EQ(facts["logical_cameras"][0]["primary"], "#2");
+  const std::string shown = Pcfg({"show", file}).out;
+  EXPECT_NE(shown.find("  " + widest + "  "), std::string::npos) << "a cell of 100 columns is cut";
+  EXPECT_NE(shown.find(widest.substr(0, 72) + "… (29 more bytes)"), std::string::npos) << shown;
+  const std::string dot = Pcfg({"graph", file}).out;
+  EXPECT_EQ(dot.find("\"base\""), std::string::npos) << dot;
 }
 
 TEST(Show, CycleIsReportedAndTheRestOrdered) {
