@@ -292,6 +292,36 @@ const HostileCase kCases[] = {
        EXPECT_EQ(out, "status 2\nstatus 2\nstatus 2\n");
        EXPECT_EQ(ReadFile(dir + "/same.txtpb"), kClean);
      }},
+    {"BlockDeviceIsNeverWritten",
+     [](const std::string& dir) {
+       // A loop device's number: refused before it is opened, so no disk is ever touched.
+       ::mknod((dir + "/disk").c_str(), S_IFBLK | 0600, makedev(7, 250));
+       return Pcfg({"compile", Put(dir, "in.txtpb", kClean), "-o", dir + "/disk"});
+     },
+     2, "disk: error: is a block device; pcfg does not write to disks",
+     [](const std::string& dir, const std::string&) {
+       EXPECT_EQ(TypeOf(dir + "/disk"), static_cast<mode_t>(S_IFBLK));
+     },
+     true},
+    {"DirectoryAsOutput",
+     [](const std::string& dir) {
+       ::mkdir((dir + "/out.binpb").c_str(), 0755);
+       return Pcfg({"compile", Put(dir, "in.txtpb", kClean), "-o", dir + "/out.binpb"});
+     },
+     2, "out.binpb: error: is a directory"},
+    {"InputThroughADescriptorAsOutput",
+     [](const std::string& dir) {
+       const std::string input = Put(dir, "in.txtpb", kClean);
+       return Pcfg({"compile", input, "-o", "/dev/fd/3"}) + " 3>>" + Quote(input);
+     },
+     2, "/dev/fd/3: error: is also an input",
+     [](const std::string& dir, const std::string&) { EXPECT_EQ(ReadFile(dir + "/in.txtpb"), kClean); }},
+    {"SymbolicLinkLoopAsOutput",
+     [](const std::string& dir) {
+       ::symlink("loop.binpb", (dir + "/loop.binpb").c_str());
+       return Pcfg({"compile", Put(dir, "in.txtpb", kClean), "-o", dir + "/loop.binpb"});
+     },
+     2, "loop.binpb: error:"},
     // ---- reads and writes that fail ----
     {"FullStandardOutput",
      [](const std::string& dir) {
