@@ -1,6 +1,8 @@
 // pcfg fmt: the canonical text of whatever loads (the first byte picks the input's form) loads
 // back equal, formatting it again changes nothing, and it holds no comment. On text input, the
-// comment finder that guards fmt -i agrees with protobuf's own tokenizer.
+// comment finder that guards fmt -i agrees with protobuf's own tokenizer; the syntax tree gives
+// back every byte of any text; and for text that loads, the tree finds no error and the layout
+// that keeps comments loads equal, holds the same comments and is its own layout.
 #include <google/protobuf/io/tokenizer.h>
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 
@@ -12,6 +14,8 @@
 #include "canonical_text.h"
 #include "checks.h"
 #include "fuzz_support.h"
+#include "syntax_tree.h"
+#include "text_layout.h"
 
 namespace {
 
@@ -67,14 +71,42 @@ void CheckCommentFinder(const std::string& text) {
     fuzz::Fail("FindComment reports a comment that the tokenizer does not see", found->text);
 }
 
+void CheckLayout(const pcfg::LoadedConfig& loaded) {
+  const pcfg::syntax::SyntaxTree tree(loaded.raw);
+  if (tree.has_errors()) fuzz::Fail("the syntax tree finds errors in text that protobuf reads");
+  const std::string laid_out = pcfg::LayOutText(tree);
+  pcfg::LoadedConfig again;
+  if (!fuzz::Load(pcfg::Format::kText, laid_out, &again))
+    fuzz::Fail("the laid-out text does not load", laid_out);
+  std::string differences;
+  if (!fuzz::Equal(loaded.config, again.config, &differences))
+    fuzz::Fail("the laid-out text loads different", differences);
+  const pcfg::syntax::SyntaxTree laid_out_tree(laid_out);
+  std::vector<std::string> kept = pcfg::CommentsOf(laid_out_tree), written = pcfg::CommentsOf(tree);
+  // fmt refuses, rather than moves, a comment it cannot keep in place (inside a value, or between
+  // a name and its value): the comments may be fewer, never others or in another order.
+  if (kept.size() >= 2 && kept.size() == written.size() + 2) kept.erase(kept.begin(), kept.begin() + 2);
+  for (size_t k = 0, w = 0; k < kept.size(); ++w) {
+    if (w == written.size()) fuzz::Fail("the layout holds a comment the text did not", kept[k]);
+    if (kept[k] == written[w]) ++k;
+  }
+  if (pcfg::LayOutText(laid_out_tree) != laid_out) fuzz::Fail("laying out the layout changes it", laid_out);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Bytes input(data, size);
   const pcfg::Format format = fuzz::FormatFromByte(input.Byte());
+  const std::string rest = input.Rest();
+  if (format == pcfg::Format::kText && pcfg::syntax::SyntaxTree(rest).Print() != rest)
+    fuzz::Fail("the syntax tree loses bytes", rest);
   pcfg::LoadedConfig loaded;
-  if (!fuzz::Load(format, input.Rest(), &loaded)) return 0;
-  if (format == pcfg::Format::kText) CheckCommentFinder(loaded.raw);
+  if (!fuzz::Load(format, rest, &loaded)) return 0;
+  if (format == pcfg::Format::kText) {
+    CheckCommentFinder(loaded.raw);
+    CheckLayout(loaded);
+  }
 
   // fmt refuses unknown fields, or with --drop-unknown leaves them out.
   const bool unknown = fuzz::HasUnknownFields(loaded.config);

@@ -307,21 +307,21 @@ const char kMessy[] =
     "peripherals {type:1   id:\"cam\"}\ndevice_info{soc_name:'sm8550' device_name:HARDWARE_TREVIL3}\n";
 
 TEST(Fmt, PrintsTheCanonicalFormIdempotently) {
-  const auto first = Pcfg({"fmt", Written("messy.txtpb", kMessy)});
+  const auto first = Pcfg({"fmt", "--canonical", Written("messy.txtpb", kMessy)});
   ASSERT_EQ(first.status, 0) << first.err;
   EXPECT_EQ(first.out, kHeader +
                            "device_info {\n  device_name: HARDWARE_TREVIL3\n  soc_name: \"sm8550\"\n}\n"
                            "peripherals {\n  id: \"cam\"\n  type: PERIPHERAL_TYPE_CAMERA\n}\n"
                            "physical_cameras {\n  peripheral_id: \"cam\"\n  model: CAMERA_MODEL_OV7251\n}\n");
-  const auto second = Pcfg({"fmt", Written("once.txtpb", first.out)});
+  const auto second = Pcfg({"fmt", "--canonical", Written("once.txtpb", first.out)});
   EXPECT_EQ(second.out, first.out);
-  EXPECT_EQ(Pcfg({"fmt", "--check", Scratch("once.txtpb")}).status, 0);
+  EXPECT_EQ(Pcfg({"fmt", "--canonical", "--check", Scratch("once.txtpb")}).status, 0);
 
   // The same configuration in the other forms prints the same text.
   const pcfg::Config config = ParseText(kMessy).config;
   const std::string binary = Written("messy.binpb", pcfg_test::Serialized(config, pcfg::Format::kBinary));
   EXPECT_EQ(Pcfg({"fmt", binary}).out, first.out);
-  EXPECT_EQ(Pcfg({"fmt", "-"}, kMessy).out, first.out);
+  EXPECT_EQ(Pcfg({"fmt", "--canonical", "-"}, kMessy).out, first.out);
 }
 
 TEST(Fmt, CheckListsFilesNotFormatted) {
@@ -336,9 +336,12 @@ TEST(Fmt, CheckListsFilesNotFormatted) {
     std::string out;
   };
   const Row rows[] = {
-      {"all formatted", {"fmt", "--check", clean, clean}, 0, ""},
-      {"one not formatted", {"fmt", "--check", clean, messy}, 1, messy + ": not formatted\n"},
-      {"a comment is not canonical", {"fmt", "--check", commented}, 1, commented + ": not formatted\n"},
+      {"all formatted", {"fmt", "--canonical", "--check", clean, clean}, 0, ""},
+      {"one not formatted", {"fmt", "--canonical", "--check", clean, messy}, 1, messy + ": not formatted\n"},
+      {"a comment is not canonical",
+       {"fmt", "--canonical", "--check", commented},
+       1,
+       commented + ": not formatted\n"},
       {"unreadable wins", {"fmt", "--check", messy, Scratch("nope.txtpb")}, 2, messy + ": not formatted\n"},
       {"binary is not checked", {"fmt", "--check", Written("c.binpb", "")}, 2, ""},
       {"several inputs need -i or --check", {"fmt", clean, clean}, 2, ""},
@@ -347,8 +350,16 @@ TEST(Fmt, CheckListsFilesNotFormatted) {
   for (const Row& row : rows) {
     const auto run = Pcfg(row.args);
     EXPECT_EQ(run.status, row.status) << row.what << "\n" << run.err;
-    EXPECT_EQ(run.out, row.out) << row.what;
+    // The files not formatted are named on standard error, each with its diff on standard output.
+    EXPECT_EQ(run.err.find(row.out) != std::string::npos, true) << row.what << "\n" << run.err;
+    EXPECT_EQ(run.out.empty(), row.out.empty()) << row.what << "\n" << run.out;
   }
+  const auto diff = Pcfg({"fmt", "--canonical", "--check", commented});
+  EXPECT_EQ(diff.out.rfind("--- " + commented + "\n+++ " + commented + " (formatted)\n@@ -", 0), 0u)
+      << diff.out;
+  EXPECT_NE(diff.out.find(",4 +"), std::string::npos) << "three lines of context and the one removed\n"
+                                                      << diff.out;
+  EXPECT_EQ(diff.out.substr(diff.out.size() - 17), "-# trailing note\n") << diff.out;
   EXPECT_EQ(ReadFile(messy), kMessy) << "--check writes nothing";
 }
 
@@ -359,7 +370,7 @@ ino_t Inode(const std::string& path) {
 }
 
 TEST(Fmt, InPlaceRewritesOnlyWhatItMayAndMust) {
-  const std::string canonical = Pcfg({"fmt", "-"}, kMessy).out;
+  const std::string canonical = Pcfg({"fmt", "--canonical", "-"}, kMessy).out;
   struct Row {
     const char* what;
     std::string content;
@@ -413,7 +424,7 @@ TEST(Fmt, InPlaceRewritesOnlyWhatItMayAndMust) {
   int n = 0;
   for (const Row& row : rows) {
     const std::string file = Written("inplace" + std::to_string(n++) + ".txtpb", row.content);
-    std::vector<std::string> args = {"fmt", "-i", file};
+    std::vector<std::string> args = {"fmt", "--canonical", "-i", file};
     args.insert(args.end(), row.extra.begin(), row.extra.end());
     const auto run = Pcfg(args);
     EXPECT_EQ(run.status, row.status) << row.what << "\n" << run.err;
@@ -424,7 +435,7 @@ TEST(Fmt, InPlaceRewritesOnlyWhatItMayAndMust) {
   // A file already canonical is not written at all.
   const std::string clean = Written("inplace-clean.txtpb", canonical);
   const ino_t before = Inode(clean);
-  EXPECT_EQ(Pcfg({"fmt", "-i", clean}).status, 0);
+  EXPECT_EQ(Pcfg({"fmt", "--canonical", "-i", clean}).status, 0);
   EXPECT_EQ(Inode(clean), before);
 }
 

@@ -1,9 +1,12 @@
-// pcfg fmt: the canonical text form, printed, checked or written back in place.
+// pcfg fmt: text configurations laid out as written (every comment kept), or in the canonical
+// form; printed, checked or written back in place.
 #include <iostream>
 #include <memory>
 
 #include "canonical_text.h"
 #include "common.h"
+#include "syntax_tree.h"
+#include "text_layout.h"
 
 namespace pcfg::cli {
 namespace {
@@ -14,6 +17,7 @@ struct FmtOptions {
   bool check = false;
   bool drop_comments = false;
   bool drop_unknown = false;
+  bool canonical = false;
   InputOptions in;
   OutputPolicy policy;
 };
@@ -27,6 +31,54 @@ void Error(const std::string& file, int line, const std::string& message) {
 }
 
 enum class Outcome { kDone, kUnformatted, kTrouble };
+
+// LOADED's text laid out as written. Whatever the layout does is checked before it is used: the
+// result must mean what the input means, byte for byte on the wire, and hold the same comments
+// in the same order; otherwise the file is refused, never changed.
+bool LaidOut(const LoadedConfig& loaded, std::string* formatted) {
+  const syntax::SyntaxTree tree(loaded.raw);
+  if (tree.has_errors()) {
+    Error(loaded.file, 0, "cannot lay this text out as written; left as it was (--canonical formats it)");
+    return false;
+  }
+  *formatted = LayOutText(tree);
+  LoadedConfig again;
+  std::vector<Diagnostic> diagnostics;
+  std::string before, after;
+  if (!ParseConfig(loaded.file, Format::kText, *formatted, &again, &diagnostics) ||
+      !loaded.config.SerializeToString(&before) || !again.config.SerializeToString(&after) ||
+      before != after) {
+    Error(loaded.file, 0,
+          "laying it out would change what it means; left as it was (--canonical formats it)");
+    return false;
+  }
+  std::vector<std::string> kept = CommentsOf(*formatted);
+  const std::vector<std::string> written = CommentsOf(tree);
+  if (kept.size() == written.size() + 2 && (written.empty() || kept[2] == written[0]))
+    kept.erase(kept.begin(), kept.begin() + 2);  // the header, added
+  if (kept != written) {
+    size_t first = 0;
+    while (first < kept.size() && first < written.size() && kept[first] == written[first]) ++first;
+    int line = 0;
+    size_t seen = 0;
+    for (const syntax::Token& token : tree.tokens())
+      if (token.kind == syntax::TokenKind::kComment && seen++ == first)
+        line = tree.Position(token.begin).line;
+    Error(
+        loaded.file, line,
+        "has a comment that cannot keep its place (inside a value, or between a name and its value); left as "
+        "it was (--canonical --drop-comments formats it without comments)");
+    return false;
+  }
+  return true;
+}
+
+// The formatted text of LOADED, a text file: laid out as written, or canonical.
+bool Formatted(const LoadedConfig& loaded, const FmtOptions& options, std::string* formatted) {
+  if (!options.canonical) return LaidOut(loaded, formatted);
+  *formatted = CanonicalText(loaded.config);
+  return true;
+}
 
 // -i or --check on one file.
 Outcome FormatFile(const std::string& input, const FmtOptions& options) {
@@ -42,13 +94,15 @@ Outcome FormatFile(const std::string& input, const FmtOptions& options) {
               (options.in_place ? "-i rewrites" : "--check checks") + " text files only");
     return Outcome::kTrouble;
   }
-  const std::string canonical = CanonicalText(loaded.config);
-  if (loaded.raw == canonical) return Outcome::kDone;
+  std::string formatted;
+  if (!Formatted(loaded, options, &formatted)) return Outcome::kTrouble;
+  if (loaded.raw == formatted) return Outcome::kDone;
   if (options.check) {
-    std::cout << loaded.file << ": not formatted\n";
+    std::cout << UnifiedDiff(loaded.file, loaded.raw, formatted);
+    std::cerr << loaded.file << ": not formatted\n";
     return Outcome::kUnformatted;
   }
-  if (!options.drop_comments) {
+  if (options.canonical && !options.drop_comments) {
     if (const auto comment = FindComment(loaded.raw)) {
       Error(loaded.file, comment->line,
             "has comments, which the canonical form cannot keep; left as it was "
@@ -56,7 +110,7 @@ Outcome FormatFile(const std::string& input, const FmtOptions& options) {
       return Outcome::kTrouble;
     }
   }
-  if (!WriteOrReport(input, canonical, options.policy)) return Outcome::kTrouble;
+  if (!WriteOrReport(input, formatted, options.policy)) return Outcome::kTrouble;
   std::cerr << loaded.file << ": formatted\n";
   return Outcome::kDone;
 }
@@ -77,7 +131,13 @@ int RunFmt(const FmtOptions& options) {
       return kExitTrouble;
     OutputPolicy to_standard_output = options.policy;
     to_standard_output.inputs = {options.inputs[0]};  // pcfg fmt a.txtpb >> a.txtpb
-    return WriteConfigOrReport("-", loaded.config, Format::kText, to_standard_output) ? kExitOk : kExitTrouble;
+    // Binary and JSON have no layout of their own to keep: they print in the canonical form.
+    if (loaded.format != Format::kText || options.canonical)
+      return WriteConfigOrReport("-", loaded.config, Format::kText, to_standard_output) ? kExitOk
+                                                                                        : kExitTrouble;
+    std::string formatted;
+    if (!LaidOut(loaded, &formatted)) return kExitTrouble;
+    return WriteOrReport("-", formatted, to_standard_output) ? kExitOk : kExitTrouble;
   }
   bool trouble = false, unformatted = false;
   for (const std::string& input : options.inputs) {
@@ -93,22 +153,31 @@ int RunFmt(const FmtOptions& options) {
 
 void AddFmtCommand(CLI::App& app, int& exit_status) {
   auto options = std::make_shared<FmtOptions>();
-  CLI::App* command = app.add_subcommand("fmt", "Write configurations in the canonical text form");
+  CLI::App* command = app.add_subcommand("fmt", "Lay out text configurations, keeping every comment");
   command->footer(
-      "The canonical form: the proto-file / proto-message header, fields in field-number order,\n"
-      "enumerations by canonical name. Comments cannot be kept: -i refuses a file with comments\n"
-      "other than the header unless --drop-comments is given. -i refuses read-only files unless\n"
-      "--force is given, and keeps each file's mode and owner.\n"
-      "Exit status: 0 done (or all formatted under --check), 1 --check found files not formatted,\n"
-      "2 unreadable input, a refused file or a usage error.\n"
+      "Text keeps its fields in the order written, every comment, the enumeration names written\n"
+      "and one blank line where it had some; two-space indents, ':' after scalar names only,\n"
+      "a message written on one line stays so while it fits in 100 columns, and lists of scalars\n"
+      "wrap with an aligned continuation. The header lines come first. The result is checked to\n"
+      "mean what the input means and to hold its comments, or the file is left as it was.\n"
+      "--canonical writes the canonical form instead (fields in field-number order, canonical\n"
+      "enumeration names, no comments: -i then refuses a file with comments unless\n"
+      "--drop-comments). Binary and JSON input print in the canonical form. -i refuses read-only\n"
+      "files unless --force is given, and keeps each file's mode and owner.\n"
+      "Exit status: 0 done (or all formatted under --check), 1 --check found files not formatted\n"
+      "(their diffs on standard output), 2 unreadable input, a refused file or a usage error.\n"
       "Example: pcfg fmt --check examples/*.txtpb && pcfg fmt -i examples/headset.txtpb");
   command->add_option("IN", options->inputs,
                       "configuration files (- for standard input, read as text); one unless -i or --check");
   auto* in_place = command->add_flag("-i,--in-place", options->in_place,
                                      "rewrite text files in place, atomically, when they change");
-  command->add_flag("--check", options->check, "write nothing; list files not formatted and exit 1")
+  command
+      ->add_flag("--check", options->check,
+                 "write nothing; print how each file not formatted would change, and exit 1")
       ->excludes(in_place);
-  command->add_flag("--drop-comments", options->drop_comments, "let -i drop comments");
+  command->add_flag("--canonical", options->canonical,
+                    "the canonical form: field-number order, canonical names, no comments");
+  command->add_flag("--drop-comments", options->drop_comments, "with --canonical, let -i drop comments");
   AddDropUnknownOption(*command, options->drop_unknown);
   AddInputOptions(*command, options->in);
   AddForceOption(*command, options->policy);

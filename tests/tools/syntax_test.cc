@@ -1,0 +1,142 @@
+// The lossless syntax tree of the text form and fmt's layout of it: every byte kept, errors that
+// leave the rest of the file readable, positions in bytes and UTF-16, and a table of layouts.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "formats.h"
+#include "pcfg_test_support.h"
+#include "syntax_tree.h"
+#include "text_layout.h"
+
+namespace {
+
+using pcfg::syntax::NodeKind;
+using pcfg::syntax::SyntaxTree;
+
+TEST(SyntaxTree, GivesBackEveryByteOfAnyInput) {
+  const std::string inputs[] = {
+      "",
+      "a: 1",
+      "a {",
+      "}",
+      "a: 'open string\nb: 2\n",
+      std::string("\xff\xfe\x00 a: 1", 7),
+      "a: [1, 2",
+      "[ext.name]: 1 [type.googleapis.com/x.Y] { }",
+      std::string(300, '{') + std::string(300, '}'),
+      "# only a comment",
+      "a { b: -inf c: 1e-5 d: 0x1F e: \"x\" 'y' } ; f < g: 1 >\r\n",
+      "a: - ; b: [ { } , 1 , ] ::: ",
+      pcfg_test::ReadFile(pcfg_test::ExamplePath("headset.txtpb")),
+  };
+  for (const std::string& input : inputs) {
+    const SyntaxTree tree(input);
+    EXPECT_EQ(tree.Print(), input);
+    size_t covered = 0;
+    for (const auto& token : tree.tokens()) {
+      EXPECT_EQ(token.begin, covered);
+      covered = token.end;
+    }
+    EXPECT_EQ(covered, input.size());
+  }
+}
+
+TEST(SyntaxTree, ErrorsLeaveTheRestOfTheFileReadable) {
+  struct Row {
+    const char* text;
+    bool errors;
+    std::vector<std::string> root_fields;
+  };
+  const Row rows[] = {
+      {"a { b: 1 } c: 2", false, {"a", "c"}},
+      {"a { b: 1 ! } c: 2", true, {"a", "c"}},
+      {"a { b: } c: 2", true, {"a", "c"}},
+      {"a { b: 1 \n c: 2", true, {"a"}},  // the open block takes the rest
+      {"} a: 1", true, {"a"}},
+      {"a: [1, {x: 2}, 3] b: 'x\n", true, {"a", "b"}},
+      {"a < b: 1 > ; c: \"s\" \"t\"", false, {"a", "c"}},
+  };
+  for (const Row& row : rows) {
+    const SyntaxTree tree(row.text);
+    EXPECT_EQ(tree.has_errors(), row.errors) << row.text;
+    std::vector<std::string> fields;
+    for (int32_t child : tree.ChildrenOf(tree.root()))
+      if (tree.node(child).kind == NodeKind::kField) fields.push_back(tree.Name(tree.node(child)));
+    EXPECT_EQ(fields, row.root_fields) << row.text;
+  }
+}
+
+TEST(SyntaxTree, PositionsInBytesAndUtf16CodeUnits) {
+  // "é" is two bytes and one UTF-16 unit; the emoji four bytes and two units; a tab one of each.
+  const std::string text = "a: \"\xc3\xa9\xf0\x9f\x98\x80\"\tb: 1\nc: 2";
+  const SyntaxTree tree(text);
+  const auto b = tree.Position(static_cast<uint32_t>(text.find('b')));
+  EXPECT_EQ(b.line, 1);
+  EXPECT_EQ(b.column, 13);
+  EXPECT_EQ(b.utf16_column, 10);
+  const auto c = tree.Position(static_cast<uint32_t>(text.find('c')));
+  EXPECT_EQ(c.line, 2);
+  EXPECT_EQ(c.column, 1);
+  EXPECT_EQ(c.utf16_column, 1);
+}
+
+std::string LaidOut(const std::string& text) { return pcfg::LayOutText(SyntaxTree(text)); }
+
+TEST(Layout, Table) {
+  const std::string header = pcfg::kTextHeader;
+  const std::string list_of_20 = [] {
+    std::string list;
+    for (int i = 0; i < 20; ++i) list += std::string(i ? ", " : "") + "STREAM_RAW8_NATIVE";
+    return list;
+  }();
+  struct Row {
+    const char* what;
+    std::string in, out;  // OUT without the header, which comes first
+  };
+  const Row rows[] = {
+      {"fields in the order written, one per line", "b: 1 a { d: 2\n c: 3 }",
+       "b: 1\na {\n  d: 2\n  c: 3\n}\n"},
+      {"a message written on one line stays so", "a { b: 1 c { d: 2 } }\n", "a { b: 1 c { d: 2 } }\n"},
+      {"an empty message", "a {\n}\nb < >", "a {}\nb {}\n"},
+      {"':' only after scalar names", "a: { b: 1 }\nc: [1,2]\nd: [{e: 1}, {e: 2}]\n",
+       "a { b: 1 }\nc: [1, 2]\nd [{ e: 1 }, { e: 2 }]\n"},
+      {"names and numbers as written", "type: CAMERA_MODEL_OV6211 n: 0x1F f: -1.5e3 s: 'x' \"y\"\n",
+       "type: CAMERA_MODEL_OV6211\nn: 0x1F\nf: -1.5e3\ns: 'x' \"y\"\n"},
+      {"separators dropped", "a: 1; b: 2,\nc { d: 3; }", "a: 1\nb: 2\nc { d: 3 }\n"},
+      {"blank lines: runs kept as one, none at the edges of a block",
+       "a: 1\n\n\n\nb: 2\nc {\n\n  d: 3\n\n}\n", "a: 1\n\nb: 2\nc {\n  d: 3\n}\n"},
+      {"comments: leading, trailing, at the end of a block and of the file",
+       "# lead\na: 1  # trail\nb {  # open\n  c: 2\n  # end of b\n}\n# last\n",
+       "# lead\na: 1  # trail\nb {  # open\n  c: 2\n  # end of b\n}\n# last\n"},
+      {"a comment in a list puts one element per line", "s: [A,  # first\n B]\n",
+       "s: [\n  A,  # first\n  B\n]\n"},
+      {"a long list wraps under its first element", "x { streams: [" + list_of_20 + "] }\n",
+       "x {\n  streams: [STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE,\n"
+       "            STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE,\n"
+       "            STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE,\n"
+       "            STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE,\n"
+       "            STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE]\n}\n"},
+      {"a one-line message over the width opens up", "p { id: \"" + std::string(90, 'i') + "\" t: 1 }\n",
+       "p {\n  id: \"" + std::string(90, 'i') + "\"\n  t: 1\n}\n"},
+  };
+  for (const Row& row : rows) {
+    const std::string once = LaidOut(row.in);
+    EXPECT_EQ(once, header + row.out) << row.what;
+    EXPECT_EQ(LaidOut(once), once) << row.what << ": laying out again changes nothing";
+  }
+  // A text that starts with the header keeps it, once.
+  EXPECT_EQ(LaidOut(header + "a: 1\n"), header + "a: 1\n");
+}
+
+TEST(Layout, UnifiedDiffRebuildsBothSides) {
+  const std::string before = "a\nb\nc\nd\ne\nf\ng\nh\ni\nj\nk\n",
+                    after = "a\nB\nc\nd\ne\nf\ng\nh\ni\nj\nk\nl\n";
+  const std::string diff = pcfg::UnifiedDiff("x", before, after);
+  EXPECT_EQ(
+      diff,
+      "--- x\n+++ x (formatted)\n@@ -1,5 +1,5 @@\n a\n-b\n+B\n c\n d\n e\n@@ -9,3 +9,4 @@\n i\n j\n k\n+l\n");
+  EXPECT_EQ(pcfg::UnifiedDiff("x", before, before), "");
+}
+
+}  // namespace

@@ -1,0 +1,337 @@
+#include "syntax_tree.h"
+
+#include <algorithm>
+
+namespace pcfg::syntax {
+namespace {
+
+bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f'; }
+bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsSymbol(char c) {
+  switch (c) {
+    case '{':
+    case '}':
+    case '<':
+    case '>':
+    case '[':
+    case ']':  // clang-format off
+    case ':': case ',': case ';': case '-': case '/': case '.':
+      return true;  // clang-format on
+    default:
+      return false;
+  }
+}
+
+std::vector<Token> Scan(std::string_view s) {
+  std::vector<Token> tokens;
+  tokens.reserve(s.size() / 4 + 1);
+  size_t i = 0;
+  const size_t n = s.size();
+  while (i < n) {
+    const size_t start = i;
+    const char c = s[i];
+    TokenKind kind;
+    if (IsSpace(c)) {
+      while (i < n && IsSpace(s[i])) ++i;
+      kind = TokenKind::kSpace;
+    } else if (c == '#') {
+      const size_t end = s.find('\n', i);
+      i = end == std::string_view::npos ? n : end;
+      kind = TokenKind::kComment;
+    } else if (IsLetter(c)) {
+      while (i < n && (IsLetter(s[i]) || IsDigit(s[i]))) ++i;
+      kind = TokenKind::kIdentifier;
+    } else if (IsDigit(c) || (c == '.' && i + 1 < n && IsDigit(s[i + 1]))) {
+      const bool hex = c == '0' && i + 1 < n && (s[i + 1] == 'x' || s[i + 1] == 'X');
+      ++i;
+      while (i < n) {
+        const char d = s[i];
+        if (IsLetter(d) || IsDigit(d) || d == '.') {
+          ++i;
+        } else if ((d == '+' || d == '-') && !hex && (s[i - 1] == 'e' || s[i - 1] == 'E')) {
+          ++i;
+        } else {
+          break;
+        }
+      }
+      kind = TokenKind::kNumber;
+    } else if (c == '"' || c == '\'') {
+      ++i;
+      kind = TokenKind::kError;  // until the closing quote is found
+      while (i < n && s[i] != '\n') {
+        if (s[i] == '\\' && i + 1 < n && s[i + 1] != '\n') {
+          i += 2;
+        } else if (s[i++] == c) {
+          kind = TokenKind::kString;
+          break;
+        }
+      }
+    } else if (IsSymbol(c)) {
+      ++i;
+      kind = TokenKind::kSymbol;
+    } else {
+      // One character, all of its UTF-8 bytes.
+      ++i;
+      while (i < n && (static_cast<unsigned char>(s[i]) & 0xC0) == 0x80) ++i;
+      kind = TokenKind::kError;
+    }
+    tokens.push_back({kind, static_cast<uint32_t>(start), static_cast<uint32_t>(i)});
+  }
+  return tokens;
+}
+
+}  // namespace
+
+// Recursive descent over the significant tokens, with a depth limit as protobuf's parser has.
+class Parser {
+ public:
+  explicit Parser(SyntaxTree& tree) : tree_(tree) {
+    significant_.reserve(tree.tokens_.size() / 2 + 1);
+    for (uint32_t i = 0; i < tree.tokens_.size(); ++i)
+      if (!tree.tokens_[i].trivia()) significant_.push_back(i);
+  }
+
+  void Run() {
+    // At most one node for each significant token, but for the rare missing value.
+    tree_.nodes_.reserve(significant_.size() + 16);
+    Node document;
+    document.kind = NodeKind::kDocument;
+    document.end = static_cast<uint32_t>(tree_.tokens_.size());
+    tree_.nodes_.push_back(document);
+    Fields(0, '\0');
+    // A stray closing bracket at the top ends no block: it is an error, and reading goes on.
+    while (!AtEnd()) {
+      AddError(0, pos_, pos_ + 1);
+      ++pos_;
+      Fields(0, '\0');
+    }
+  }
+
+ private:
+  static constexpr int kMaxDepth = 100;
+
+  bool AtEnd() const { return pos_ >= significant_.size(); }
+  const Token& Peek() const { return tree_.tokens_[significant_[pos_]]; }
+  char PeekSymbol() const {
+    if (AtEnd() || Peek().kind != TokenKind::kSymbol) return '\0';
+    return tree_.source_[Peek().begin];
+  }
+  uint32_t TokenAt(size_t significant) const {
+    return significant < significant_.size() ? significant_[significant]
+                                             : static_cast<uint32_t>(tree_.tokens_.size());
+  }
+  // The token index just past significant token LAST - 1.
+  uint32_t EndAt(size_t last) const { return last == 0 ? 0 : significant_[last - 1] + 1; }
+
+  int32_t AddNode(NodeKind kind, int32_t parent, size_t first) {
+    Node node;
+    node.kind = kind;
+    node.first = node.end = TokenAt(first);
+    node.parent = parent;
+    tree_.nodes_.push_back(node);
+    const int32_t index = static_cast<int32_t>(tree_.nodes_.size() - 1);
+    Node& owner = tree_.nodes_[static_cast<size_t>(parent)];
+    if (owner.last_child < 0) {
+      owner.first_child = index;
+    } else {
+      tree_.nodes_[static_cast<size_t>(owner.last_child)].next_sibling = index;
+    }
+    owner.last_child = index;
+    ++owner.child_count;
+    return index;
+  }
+  void AddError(int32_t parent, size_t first, size_t end) {
+    const int32_t error = AddNode(NodeKind::kError, parent, first);
+    tree_.nodes_[static_cast<size_t>(error)].end = end > first ? EndAt(end) : TokenAt(first);
+    ++tree_.errors_;
+  }
+
+  // Fields until CLOSER (or the end), as children of PARENT.
+  void Fields(int32_t parent, char closer) {
+    while (!AtEnd()) {
+      const char symbol = PeekSymbol();
+      if (symbol == closer && closer != '\0') return;
+      if (symbol == '}' || symbol == '>' || symbol == ']') {
+        if (closer == '\0') return;  // the caller reports it
+        // A closer of another kind: the block lacks its own; let an enclosing block have it.
+        return;
+      }
+      if (Peek().kind == TokenKind::kIdentifier || symbol == '[') {
+        Field(parent);
+      } else {
+        AddError(parent, pos_, pos_ + 1);
+        ++pos_;
+      }
+    }
+  }
+
+  void Field(int32_t parent) {
+    const size_t first = pos_;
+    const int32_t field = AddNode(NodeKind::kField, parent, first);
+    if (PeekSymbol() == '[') {  // [extension.name] or [type.url/Name]
+      ++pos_;
+      while (!AtEnd() && PeekSymbol() != ']' &&
+             (Peek().kind == TokenKind::kIdentifier || PeekSymbol() == '.' || PeekSymbol() == '/'))
+        ++pos_;
+      if (PeekSymbol() == ']') {
+        ++pos_;
+      } else {
+        ++tree_.errors_;
+      }
+    } else {
+      ++pos_;
+    }
+    Node& node = tree_.nodes_[static_cast<size_t>(field)];
+    node.name_first = TokenAt(first);
+    node.name_end = EndAt(pos_);
+    if (PeekSymbol() == ':') {
+      tree_.nodes_[static_cast<size_t>(field)].colon = true;
+      ++pos_;
+    }
+    const char symbol = PeekSymbol();
+    if (symbol == '{' || symbol == '<') {
+      Message(field);
+    } else if (symbol == '[') {
+      List(field);
+    } else if (StartsValue()) {
+      Value(field);
+    } else {
+      AddError(field, pos_, pos_);  // the value is missing
+    }
+    if (PeekSymbol() == ';' || PeekSymbol() == ',') ++pos_;
+    tree_.nodes_[static_cast<size_t>(field)].end = EndAt(pos_);
+  }
+
+  bool StartsValue() const {
+    if (AtEnd()) return false;
+    const TokenKind kind = Peek().kind;
+    return kind == TokenKind::kIdentifier || kind == TokenKind::kNumber || kind == TokenKind::kString ||
+           PeekSymbol() == '-';
+  }
+
+  void Value(int32_t parent) {
+    const int32_t value = AddNode(NodeKind::kValue, parent, pos_);
+    if (PeekSymbol() == '-') ++pos_;
+    if (!AtEnd() && Peek().kind == TokenKind::kString) {
+      while (!AtEnd() && Peek().kind == TokenKind::kString) ++pos_;  // adjacent strings join
+    } else if (!AtEnd() && (Peek().kind == TokenKind::kIdentifier || Peek().kind == TokenKind::kNumber)) {
+      ++pos_;
+    } else {
+      ++tree_.errors_;  // a '-' and nothing to negate
+    }
+    tree_.nodes_[static_cast<size_t>(value)].end = EndAt(pos_);
+  }
+
+  // A bracketed group nested too deeply to read: one error node up to its matching closer.
+  void SkipGroup(int32_t parent) {
+    const size_t first = pos_;
+    int depth = 0;
+    do {
+      const char symbol = PeekSymbol();
+      if (symbol == '{' || symbol == '<' || symbol == '[') ++depth;
+      if (symbol == '}' || symbol == '>' || symbol == ']') --depth;
+      ++pos_;
+    } while (!AtEnd() && depth > 0);
+    AddError(parent, first, pos_);
+  }
+
+  void Message(int32_t parent) {
+    if (depth_ >= kMaxDepth) return SkipGroup(parent);
+    const char closer = PeekSymbol() == '{' ? '}' : '>';
+    const int32_t message = AddNode(NodeKind::kMessage, parent, pos_);
+    ++pos_;
+    ++depth_;
+    Fields(message, closer);
+    --depth_;
+    Close(message, closer);
+  }
+
+  void List(int32_t parent) {
+    if (depth_ >= kMaxDepth) return SkipGroup(parent);
+    const int32_t list = AddNode(NodeKind::kList, parent, pos_);
+    ++pos_;
+    ++depth_;
+    while (!AtEnd() && PeekSymbol() != ']') {
+      const char symbol = PeekSymbol();
+      if (symbol == '{' || symbol == '<') {
+        Message(list);
+      } else if (StartsValue()) {
+        Value(list);
+      } else if (symbol == '}' || symbol == '>') {
+        break;  // an enclosing block's closer: the list lacks its ']'
+      } else if (symbol != ',') {
+        AddError(list, pos_, pos_ + 1);
+        ++pos_;
+        continue;
+      }
+      if (PeekSymbol() == ',') ++pos_;
+    }
+    --depth_;
+    Close(list, ']');
+  }
+
+  void Close(int32_t block, char closer) {
+    Node& node = tree_.nodes_[static_cast<size_t>(block)];
+    if (PeekSymbol() == closer) {
+      ++pos_;
+    } else {
+      node.closed = false;
+      ++tree_.errors_;
+    }
+    tree_.nodes_[static_cast<size_t>(block)].end = EndAt(pos_);
+  }
+
+  SyntaxTree& tree_;
+  std::vector<uint32_t> significant_;
+  size_t pos_ = 0;
+  int depth_ = 0;
+};
+
+std::vector<Token> Tokenize(std::string_view source) { return Scan(source); }
+
+SyntaxTree::SyntaxTree(std::string_view source) : source_(source), tokens_(Scan(source)) {
+  line_starts_.push_back(0);
+  for (size_t at = source.find('\n'); at != std::string_view::npos; at = source.find('\n', at + 1))
+    line_starts_.push_back(static_cast<uint32_t>(at + 1));
+  Parser(*this).Run();
+  for (const Token& token : tokens_) errors_ += token.kind == TokenKind::kError;
+}
+
+std::string_view SyntaxTree::Text(uint32_t first, uint32_t end) const {
+  if (first >= end || first >= tokens_.size()) return {};
+  const uint32_t begin = tokens_[first].begin;
+  return source_.substr(begin, tokens_[std::min<size_t>(end, tokens_.size()) - 1].end - begin);
+}
+
+std::string SyntaxTree::Name(const Node& field) const {
+  std::string name;
+  for (uint32_t i = field.name_first; i < field.name_end; ++i)
+    if (!tokens_[i].trivia()) name += Text(tokens_[i]);
+  return name;
+}
+
+std::string SyntaxTree::Print() const {
+  std::string text;
+  text.reserve(source_.size());
+  for (const Token& token : tokens_) text += Text(token);
+  return text;
+}
+
+TextPosition SyntaxTree::Position(uint32_t offset) const {
+  offset = std::min<uint32_t>(offset, static_cast<uint32_t>(source_.size()));
+  const auto after = std::upper_bound(line_starts_.begin(), line_starts_.end(), offset);
+  const uint32_t start = *(after - 1);
+  TextPosition position;
+  position.line = static_cast<int>(after - line_starts_.begin());
+  position.column = static_cast<int>(offset - start) + 1;
+  int units = 0;
+  for (uint32_t i = start; i < offset; ++i) {
+    const unsigned char byte = static_cast<unsigned char>(source_[i]);
+    if ((byte & 0xC0) != 0x80) units += byte >= 0xF0 ? 2 : 1;  // four-byte sequences: a surrogate pair
+  }
+  position.utf16_column = units + 1;
+  return position;
+}
+
+}  // namespace pcfg::syntax

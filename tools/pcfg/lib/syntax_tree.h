@@ -1,0 +1,130 @@
+// The text form as its author wrote it: a lossless syntax tree. Every byte of the input belongs
+// to exactly one token, trivia (blanks, line breaks, comments) included, so that the tokens in
+// order give back the input byte for byte. The tree is built for any input: where the text breaks
+// off or holds what the text format does not allow, an error node takes the bytes and the rest of
+// the file is read as usual. What the text means stays protobuf's TextFormat's to say; the tree
+// knows layout and names, not field numbers, so that it can be read without the schema.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace pcfg::syntax {
+
+enum class TokenKind : uint8_t {
+  kSpace,       // blanks, tabs, carriage returns and line breaks
+  kComment,     // '#' to the end of its line, the line break excluded
+  kIdentifier,  // field names, enumeration names, true, inf
+  kNumber,      // 12, 0x1f, 1.5e3, .5, 2f (a sign is a separate kSymbol)
+  kString,      // "..." or '...', with its quotes
+  kSymbol,      // one of { } < > [ ] : , ; - / .
+  kError,       // a byte the text format has no use for, or a string left open at its line's end
+};
+
+struct Token {
+  TokenKind kind;
+  uint32_t begin, end;  // byte offsets into the source
+  bool trivia() const { return kind == TokenKind::kSpace || kind == TokenKind::kComment; }
+};
+
+enum class NodeKind : uint8_t {
+  kDocument,  // the fields of the root message
+  kField,     // a name, an optional ':', then a value, message or list; optional ';' or ','
+  kMessage,   // '{' fields '}' or '<' fields '>'
+  kList,      // '[' values or messages, separated by ',' ']'
+  kValue,     // a scalar: an optional '-' and a number or identifier, or adjacent strings
+  kError,     // tokens that fit nowhere, or the place where something is missing
+};
+
+// A node spans the tokens [first, end) without the trivia around it. Its children (the fields of
+// a document or message, the elements of a list, a field's value) are a chain of siblings, so
+// that a node holds no allocation of its own.
+struct Node {
+  NodeKind kind;
+  uint32_t first = 0, end = 0;
+  int32_t parent = -1;
+  int32_t first_child = -1, last_child = -1, next_sibling = -1;
+  int32_t child_count = 0;
+  // A field: its name tokens [name_first, name_end) (an '[extension]' name spans several) and
+  // whether a ':' follows. A message or list: whether its closing bracket is there.
+  uint32_t name_first = 0, name_end = 0;
+  bool colon = false;
+  bool closed = true;
+};
+
+// The children of a node, for range-based for loops: each is a node index.
+class Children {
+ public:
+  class Iterator {
+   public:
+    Iterator(const std::vector<Node>* nodes, int32_t at) : nodes_(nodes), at_(at) {}
+    int32_t operator*() const { return at_; }
+    Iterator& operator++() {
+      at_ = (*nodes_)[static_cast<size_t>(at_)].next_sibling;
+      return *this;
+    }
+    bool operator!=(const Iterator& other) const { return at_ != other.at_; }
+
+   private:
+    const std::vector<Node>* nodes_;
+    int32_t at_;
+  };
+  Children(const std::vector<Node>& nodes, const Node& node) : nodes_(&nodes), first_(node.first_child) {}
+  Iterator begin() const { return {nodes_, first_}; }
+  Iterator end() const { return {nodes_, -1}; }
+
+ private:
+  const std::vector<Node>* nodes_;
+  int32_t first_;
+};
+
+// The tokens of SOURCE alone, trivia included, without building a tree.
+std::vector<Token> Tokenize(std::string_view source);
+
+struct TextPosition {
+  int line = 1;          // 1-based
+  int column = 1;        // 1-based, in bytes
+  int utf16_column = 1;  // 1-based, in UTF-16 code units, as editors count
+};
+
+class SyntaxTree {
+ public:
+  // Reads SOURCE, which must outlive the tree.
+  explicit SyntaxTree(std::string_view source);
+
+  std::string_view source() const { return source_; }
+  const std::vector<Token>& tokens() const { return tokens_; }
+  const std::vector<Node>& nodes() const { return nodes_; }
+  const Node& root() const { return nodes_[0]; }
+  const Node& node(int32_t index) const { return nodes_[static_cast<size_t>(index)]; }
+  Children ChildrenOf(const Node& node) const { return Children(nodes_, node); }
+  bool has_errors() const { return errors_ > 0; }
+
+  std::string_view Text(const Token& token) const {
+    return source_.substr(token.begin, token.end - token.begin);
+  }
+  // The bytes of tokens [first, end).
+  std::string_view Text(uint32_t first, uint32_t end) const;
+  // A node's bytes, from its first token to its last.
+  std::string_view Text(const Node& node) const { return Text(node.first, node.end); }
+  // The name a field node gives, as written ("camx", "[ext.name]").
+  std::string Name(const Node& field) const;
+
+  // The tokens in order, trivia included: the source again, byte for byte.
+  std::string Print() const;
+
+  TextPosition Position(uint32_t offset) const;
+
+ private:
+  std::string_view source_;
+  std::vector<Token> tokens_;
+  std::vector<Node> nodes_;
+  std::vector<uint32_t> line_starts_;
+  int errors_ = 0;
+
+  friend class Parser;
+};
+
+}  // namespace pcfg::syntax

@@ -1,0 +1,457 @@
+#include "text_layout.h"
+
+#include <algorithm>
+
+#include "formats.h"
+
+namespace pcfg {
+namespace {
+
+using syntax::Node;
+using syntax::NodeKind;
+using syntax::SyntaxTree;
+using syntax::Token;
+using syntax::TokenKind;
+
+// Columns a piece of UTF-8 text takes: one per character.
+size_t Columns(std::string_view text) {
+  size_t columns = 0;
+  for (const char c : text) columns += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+  return columns;
+}
+
+std::string_view TrimRight(std::string_view text) {
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r'))
+    text.remove_suffix(1);
+  return text;
+}
+
+bool IsHeaderLine(std::string_view comment) {
+  const size_t start = comment.find_first_not_of("# \t");
+  if (start == std::string_view::npos) return false;
+  comment.remove_prefix(start);
+  return comment.substr(0, 11) == "proto-file:" || comment.substr(0, 14) == "proto-message:";
+}
+
+// The comments and line breaks between two places of the text.
+struct Gap {
+  struct Comment {
+    std::string_view text;
+    int newlines_before = 0;
+  };
+  std::vector<Comment> comments;
+  int newlines_after = 0;  // after the last comment, or in the whole gap when it has none
+};
+
+class Layout {
+ public:
+  explicit Layout(const SyntaxTree& tree) : tree_(tree), tokens_(tree.tokens()) {}
+
+  std::string Run() {
+    const Node& root = tree_.root();
+    if (!StartsWithHeader()) out_ += kTextHeader;
+    Block(root, 0, static_cast<uint32_t>(tokens_.size()));
+    Break();
+    return std::move(out_);
+  }
+
+ private:
+  bool StartsWithHeader() const {
+    for (const Token& token : tokens_) {
+      if (token.kind == TokenKind::kSpace) continue;
+      return token.kind == TokenKind::kComment && IsHeaderLine(tree_.Text(token));
+    }
+    return false;
+  }
+
+  Gap GapBetween(uint32_t from, uint32_t to) const {
+    Gap gap;
+    int newlines = 0;
+    for (uint32_t i = from; i < to && i < tokens_.size(); ++i) {
+      const Token& token = tokens_[i];
+      if (token.kind == TokenKind::kSpace) {
+        const std::string_view text = tree_.Text(token);
+        newlines += static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+      } else if (token.kind == TokenKind::kComment) {
+        gap.comments.push_back({TrimRight(tree_.Text(token)), newlines});
+        newlines = 0;
+      }
+    }
+    gap.newlines_after = newlines;
+    return gap;
+  }
+
+  // ---- lines ----
+  void Break() {
+    if (line_open_) out_ += '\n';
+    line_open_ = false;
+  }
+  void StartLine() {
+    Break();
+    out_.append(static_cast<size_t>(indent_), ' ');
+    line_open_ = true;
+    column_ = static_cast<size_t>(indent_);
+  }
+  void BlankLine() {
+    Break();
+    if (!block_start_ && !out_.empty() && out_.back() == '\n' &&
+        !(out_.size() >= 2 && out_[out_.size() - 2] == '\n'))
+      out_ += '\n';
+  }
+  void Put(std::string_view text) {
+    out_ += text;
+    column_ += Columns(text);
+  }
+
+  // Comments of GAP: one on the line of what came before stays there; the others get lines of
+  // their own, a blank line kept before one that had one.
+  void Comments(const Gap& gap, bool may_trail) {
+    for (const Gap::Comment& comment : gap.comments) {
+      if (comment.newlines_before == 0 && may_trail && line_open_) {
+        Put("  ");
+        Put(comment.text);
+        Break();
+      } else {
+        if (comment.newlines_before >= 2) BlankLine();
+        StartLine();
+        Put(comment.text);
+        Break();
+      }
+      block_start_ = false;
+      may_trail = false;
+    }
+  }
+
+  // The fields of a document or message, between tokens OPEN_END and CLOSE.
+  void Block(const Node& block, uint32_t open_end, uint32_t close) {
+    uint32_t cursor = open_end;
+    block_start_ = true;
+    bool may_trail = open_end > 0;
+    for (const int32_t child : tree_.ChildrenOf(block)) {
+      const Node& field = tree_.node(child);
+      const Gap gap = GapBetween(cursor, field.first);
+      Comments(gap, may_trail);
+      if (gap.newlines_after >= 2) BlankLine();
+      StartLine();
+      Field(field);
+      block_start_ = false;
+      cursor = field.end;
+      may_trail = true;
+    }
+    Comments(GapBetween(cursor, close), may_trail);
+  }
+
+  const Node* ValueOf(const Node& field) const {
+    return field.first_child < 0 ? nullptr : &tree_.node(field.first_child);
+  }
+
+  void Field(const Node& field) {
+    const Node& value = *ValueOf(field);
+    Put(tree_.Name(field));
+    switch (value.kind) {
+      case NodeKind::kValue:
+        Put(": ");
+        Put(ValueText(value));
+        break;
+      case NodeKind::kMessage:
+        Put(" ");
+        Message(value);
+        break;
+      case NodeKind::kList:
+        Put(HasMessages(value) ? " " : ": ");
+        List(value);
+        break;
+      default:
+        break;
+    }
+  }
+
+  std::string ValueText(const Node& value) const {
+    std::string text;
+    const Token* previous = nullptr;
+    for (uint32_t i = value.first; i < value.end; ++i) {
+      const Token& token = tokens_[i];
+      if (token.trivia()) continue;
+      if (previous != nullptr && previous->kind == TokenKind::kString) text += ' ';
+      text += tree_.Text(token);
+      previous = &token;
+    }
+    return text;
+  }
+
+  bool HasMessages(const Node& list) const {
+    for (const int32_t child : tree_.ChildrenOf(list))
+      if (tree_.node(child).kind == NodeKind::kMessage) return true;
+    return false;
+  }
+
+  bool HasComments(const Node& node) const {
+    for (uint32_t i = node.first; i < node.end; ++i)
+      if (tokens_[i].kind == TokenKind::kComment) return true;
+    return false;
+  }
+
+  bool OnOneLine(const Node& node) const { return tree_.Text(node).find('\n') == std::string_view::npos; }
+
+  // NODE (a field, value, message or list) on one line, as it is laid out when it fits.
+  std::string OneLine(const Node& node) const {
+    switch (node.kind) {
+      case NodeKind::kValue:
+        return ValueText(node);
+      case NodeKind::kField: {
+        const Node& value = *ValueOf(node);
+        const bool scalar =
+            value.kind == NodeKind::kValue || (value.kind == NodeKind::kList && !HasMessages(value));
+        return tree_.Name(node) + (scalar ? ": " : " ") + OneLine(value);
+      }
+      case NodeKind::kMessage: {
+        if (node.first_child < 0) return "{}";
+        std::string text = "{";
+        for (const int32_t child : tree_.ChildrenOf(node)) text += " " + OneLine(tree_.node(child));
+        return text + " }";
+      }
+      case NodeKind::kList: {
+        std::string text = "[";
+        for (const int32_t child : tree_.ChildrenOf(node))
+          text += (child != node.first_child ? ", " : "") + OneLine(tree_.node(child));
+        return text + "]";
+      }
+      default:
+        return std::string(tree_.Text(node));
+    }
+  }
+
+  uint32_t CloserOf(const Node& block) const { return block.end - 1; }
+
+  void Message(const Node& message) {
+    if (!HasComments(message)) {
+      if (message.first_child < 0) return Put("{}");
+      if (OnOneLine(message)) {
+        const std::string line = OneLine(message);
+        if (column_ + Columns(line) <= kLayoutWidth) return Put(line);
+      }
+    }
+    Put("{");
+    indent_ += 2;
+    Block(message, message.first + 1, CloserOf(message));
+    indent_ -= 2;
+    StartLine();
+    Put("}");
+  }
+
+  void List(const Node& list) {
+    const bool comments = HasComments(list);
+    if (!comments && !HasMessages(list)) return ScalarList(list);
+    if (!comments && OnOneLine(list)) {
+      const std::string line = OneLine(list);
+      if (column_ + Columns(line) <= kLayoutWidth) return Put(line);
+    }
+    // One element per line, comments kept where they were.
+    Put("[");
+    indent_ += 2;
+    uint32_t cursor = list.first + 1;
+    bool may_trail = true;
+    block_start_ = true;
+    for (const int32_t child : tree_.ChildrenOf(list)) {
+      const Node& element = tree_.node(child);
+      Comments(GapBetween(cursor, element.first), may_trail);
+      StartLine();
+      if (element.kind == NodeKind::kMessage) {
+        Message(element);
+      } else {
+        Put(ValueText(element));
+      }
+      if (element.next_sibling >= 0) Put(",");
+      block_start_ = false;
+      cursor = element.end;
+      may_trail = true;
+    }
+    Comments(GapBetween(cursor, CloserOf(list)), may_trail);
+    indent_ -= 2;
+    StartLine();
+    Put("]");
+  }
+
+  // [a, b, c] on this line while it fits, then on lines that start under the first element.
+  void ScalarList(const Node& list) {
+    Put("[");
+    const size_t start = column_;
+    for (const int32_t child : tree_.ChildrenOf(list)) {
+      const Node& element = tree_.node(child);
+      const std::string text = ValueText(element);
+      const bool last = element.next_sibling < 0;
+      const size_t needs = Columns(text) + 1;  // and its ',' or ']'
+      if (child != list.first_child) {
+        if (column_ + 1 + needs <= kLayoutWidth) {
+          Put(" ");
+        } else {
+          Break();
+          out_.append(start, ' ');
+          line_open_ = true;
+          column_ = start;
+        }
+      }
+      Put(text);
+      Put(last ? "]" : ",");
+    }
+    if (list.first_child < 0) Put("]");
+  }
+
+  const SyntaxTree& tree_;
+  const std::vector<Token>& tokens_;
+  std::string out_;
+  int indent_ = 0;
+  size_t column_ = 0;
+  bool line_open_ = false;
+  bool block_start_ = true;  // nothing written in the current block yet: no blank line
+};
+
+}  // namespace
+
+std::string LayOutText(const SyntaxTree& tree) { return Layout(tree).Run(); }
+
+namespace {
+
+std::vector<std::string_view> Lines(const std::string& text) {
+  std::vector<std::string_view> lines;
+  const std::string_view view(text);
+  for (size_t start = 0; start < view.size();) {
+    const size_t end = view.find('\n', start);
+    const size_t stop = end == std::string_view::npos ? view.size() : end + 1;
+    lines.push_back(view.substr(start, stop - start));
+    start = stop;
+  }
+  return lines;
+}
+
+// The edit script from A to B: for each line of the diff, ' ', '-' or '+' and the line. Myers'
+// algorithm on what lies between the common start and end; past a bound on the number of edits,
+// the middle is given as all of A's lines removed and all of B's added, which is still a correct
+// diff and keeps the cost linear.
+std::vector<std::pair<char, std::string_view>> EditScript(const std::vector<std::string_view>& a,
+                                                          const std::vector<std::string_view>& b) {
+  size_t prefix = 0;
+  while (prefix < a.size() && prefix < b.size() && a[prefix] == b[prefix]) ++prefix;
+  size_t suffix = 0;
+  while (suffix < a.size() - prefix && suffix < b.size() - prefix &&
+         a[a.size() - 1 - suffix] == b[b.size() - 1 - suffix])
+    ++suffix;
+  const long n = static_cast<long>(a.size() - prefix - suffix),
+             m = static_cast<long>(b.size() - prefix - suffix);
+  const auto A = [&](long i) { return a[prefix + static_cast<size_t>(i)]; };
+  const auto B = [&](long j) { return b[prefix + static_cast<size_t>(j)]; };
+
+  std::vector<std::pair<char, std::string_view>> middle;
+  constexpr long kMaxEdits = 1000;
+  const long max = std::min(n + m, kMaxEdits);
+  std::vector<std::vector<long>> trace;  // V of each step d, for k in [-d, d]
+  std::vector<long> v(static_cast<size_t>(2 * max + 3), 0);
+  const long offset = max + 1;
+  long found = -1;
+  for (long d = 0; d <= max && found < 0; ++d) {
+    for (long k = -d; k <= d; k += 2) {
+      long x = (k == -d || (k != d && v[offset + k - 1] < v[offset + k + 1])) ? v[offset + k + 1]
+                                                                              : v[offset + k - 1] + 1;
+      long y = x - k;
+      while (x < n && y < m && A(x) == B(y)) ++x, ++y;
+      v[offset + k] = x;
+      if (x >= n && y >= m) {
+        found = d;
+        break;
+      }
+    }
+    trace.emplace_back(v.begin() + (offset - d), v.begin() + (offset + d + 1));
+  }
+  if (found < 0) {
+    for (long i = 0; i < n; ++i) middle.push_back({'-', A(i)});
+    for (long j = 0; j < m; ++j) middle.push_back({'+', B(j)});
+  } else {
+    long x = n, y = m;
+    for (long d = found; d > 0; --d) {
+      const std::vector<long>& previous = trace[static_cast<size_t>(d - 1)];
+      const auto at = [&](long k) { return previous[static_cast<size_t>(k + d - 1)]; };
+      const long k = x - y;
+      const bool down = k == -d || (k != d && at(k - 1) < at(k + 1));
+      const long previous_k = down ? k + 1 : k - 1;
+      const long previous_x = at(previous_k), previous_y = previous_x - previous_k;
+      while (x > previous_x + (down ? 0 : 1) && y > previous_y + (down ? 1 : 0))
+        middle.push_back({' ', A(--x)}), --y;
+      if (down) {
+        middle.push_back({'+', B(--y)});
+      } else {
+        middle.push_back({'-', A(--x)});
+      }
+    }
+    while (x > 0 && y > 0) middle.push_back({' ', A(--x)}), --y;
+    std::reverse(middle.begin(), middle.end());
+  }
+  std::vector<std::pair<char, std::string_view>> script;
+  for (size_t i = 0; i < prefix; ++i) script.push_back({' ', a[i]});
+  script.insert(script.end(), middle.begin(), middle.end());
+  for (size_t i = a.size() - suffix; i < a.size(); ++i) script.push_back({' ', a[i]});
+  return script;
+}
+
+}  // namespace
+
+std::string UnifiedDiff(const std::string& name, const std::string& before, const std::string& after) {
+  if (before == after) return "";
+  const std::vector<std::string_view> a = Lines(before), b = Lines(after);
+  const auto script = EditScript(a, b);
+  constexpr size_t kContext = 3;
+  std::string diff = "--- " + name + "\n+++ " + name + " (formatted)\n";
+  size_t i = 0, counted = 0, line_a = 1, line_b = 1;
+  while (i < script.size()) {
+    if (script[i].first == ' ') {
+      ++i;
+      continue;
+    }
+    // A hunk: from the context before this change to the context after the last change that
+    // lies within twice the context of the one before it.
+    size_t start = i >= kContext ? i - kContext : 0, end = i;
+    while (end < script.size()) {
+      size_t next = end;
+      while (next < script.size() && script[next].first == ' ') ++next;
+      if (next == script.size() || next - end > 2 * kContext) break;
+      end = next + 1;
+    }
+    end = std::min(script.size(), end + kContext);
+    // The lines of A and B before the hunk, counted on from where the last hunk began.
+    for (; counted < start; ++counted) {
+      line_a += script[counted].first != '+';
+      line_b += script[counted].first != '-';
+    }
+    size_t count_a = 0, count_b = 0;
+    for (size_t j = start; j < end; ++j) {
+      count_a += script[j].first != '+';
+      count_b += script[j].first != '-';
+    }
+    diff += "@@ -" + std::to_string(count_a ? line_a : line_a - 1) + "," + std::to_string(count_a) + " +" +
+            std::to_string(count_b ? line_b : line_b - 1) + "," + std::to_string(count_b) + " @@\n";
+    for (size_t j = start; j < end; ++j) {
+      diff += script[j].first;
+      diff += script[j].second;
+      if (script[j].second.empty() || script[j].second.back() != '\n')
+        diff += "\n\\ No newline at end of file\n";
+    }
+    i = end;
+  }
+  return diff;
+}
+
+std::vector<std::string> CommentsOf(const SyntaxTree& tree) {
+  std::vector<std::string> comments;
+  for (const Token& token : tree.tokens())
+    if (token.kind == TokenKind::kComment) comments.emplace_back(TrimRight(tree.Text(token)));
+  return comments;
+}
+
+std::vector<std::string> CommentsOf(std::string_view text) {
+  std::vector<std::string> comments;
+  for (const Token& token : syntax::Tokenize(text))
+    if (token.kind == TokenKind::kComment)
+      comments.emplace_back(TrimRight(text.substr(token.begin, token.end - token.begin)));
+  return comments;
+}
+
+}  // namespace pcfg
