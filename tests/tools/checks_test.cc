@@ -365,9 +365,41 @@ TEST(Diagnostics, PointAtLineAndColumnOfTextInput) {
   ASSERT_EQ(diagnostics.size(), 1u);
   EXPECT_EQ(diagnostics[0].line, 4);
   EXPECT_EQ(diagnostics[0].column, 3);
+  EXPECT_EQ(std::make_pair(diagnostics[0].end_line, diagnostics[0].end_column), std::make_pair(4, 10));
   EXPECT_EQ(
       pcfg::FormatDiagnostic(diagnostics[0]),
       "test.txtpb:4:3: error: peripherals[1].id: peripheral id \"a\" repeats peripherals[0] [duplicate-id]");
+}
+
+TEST(Diagnostics, RangesCoverTheFieldOrEntryTheyAreAbout) {
+  struct Row {
+    const char* text;
+    const char* rule;
+    int line, column, end_line, end_column;
+  };
+  const Row rows[] = {
+      // A field from its name to its value, a tab counting to the next multiple of 8.
+      {"peripherals { id: \"a\" dependencies {\n\tperipheral_id: \"gone\" } }", "dangling-reference", 2, 9, 2,
+       30},
+      // A whole entry, over several lines.
+      {"peripherals { id: \"c\" type: PERIPHERAL_TYPE_CAMERA }\nphysical_cameras {\n  peripheral_id: "
+       "\"c\"\n}",
+       "no-driver", 2, 1, 4, 2},
+      // An element of a list of scalars.
+      {"peripherals { id: \"s\" type: PERIPHERAL_TYPE_CAMERASET }\n"
+       "camera_sets { peripheral_id: \"s\" camera_peripheral_ids: [\"x\", \"gone\"] }",
+       "dangling-reference", 2, 63, 2, 69},
+  };
+  for (const Row& row : rows) {
+    pcfg::CheckOptions only;
+    only.only = {row.rule};
+    const auto diagnostics = Check(row.text, only);
+    ASSERT_FALSE(diagnostics.empty()) << row.text;
+    const Diagnostic& d = diagnostics.back();
+    EXPECT_EQ(std::vector<int>({d.line, d.column, d.end_line, d.end_column}),
+              std::vector<int>({row.line, row.column, row.end_line, row.end_column}))
+        << row.text;
+  }
 }
 
 TEST(Diagnostics, WerrorDisableAndOnly) {

@@ -73,13 +73,15 @@ TEST(Sarif, DriverListsEveryRuleAndResultsPointAtTheirLines) {
       EXPECT_EQ(result["locations"][0]["logicalLocations"][0]["fullyQualifiedName"], "peripherals[1].id");
     }
   }
-  EXPECT_EQ(seen, (std::set<std::string>{
-                      R"(dangling-reference findings.txtpb {"startColumn":18,"startLine":4})",
-                      R"(duplicate-id findings.txtpb {"startColumn":15,"startLine":6})",
-                      R"(missing-entry findings.txtpb {"startColumn":3,"startLine":2})",
-                      R"(duplicate-id dup.binpb {"byteLength":5,"byteOffset":11})",
-                      R"(load-error broken.txtpb {"startColumn":7,"startLine":2})",
-                  }));
+  EXPECT_EQ(
+      seen,
+      (std::set<std::string>{
+          R"(dangling-reference findings.txtpb {"endColumn":40,"endLine":4,"startColumn":18,"startLine":4})",
+          R"(duplicate-id findings.txtpb {"endColumn":24,"endLine":6,"startColumn":15,"startLine":6})",
+          R"(missing-entry findings.txtpb {"endColumn":12,"endLine":2,"startColumn":3,"startLine":2})",
+          R"(duplicate-id dup.binpb {"byteLength":5,"byteOffset":11})",
+          R"(load-error broken.txtpb {"startColumn":7,"startLine":2})",
+      }));
   // The skipped rules are told about, as notifications of the run.
   EXPECT_EQ(run["invocations"][0]["toolExecutionNotifications"].size(), 2u);
   EXPECT_FALSE(run["invocations"][0]["executionSuccessful"]);

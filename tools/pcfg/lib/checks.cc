@@ -160,6 +160,8 @@ void RunChecks(const LoadedConfig& loaded, const CheckOptions& options, const Di
       const LoadedConfig::Location location = loaded.Locate(item.path);
       d.line = location.line;
       d.column = location.column;
+      d.end_line = location.end_line;
+      d.end_column = location.end_column;
       d.byte_offset = location.byte_offset;
       d.byte_length = location.byte_length;
       d.severity = options.werror ? Severity::kError : rule.severity;

@@ -74,6 +74,8 @@ class JsonWriter : public DiagnosticWriter {
     array_.Add({{"file", d.file},
                 {"line", d.line},
                 {"column", d.column},
+                {"end_line", d.end_line},
+                {"end_column", d.end_column},
                 {"byte_offset", d.byte_offset >= 0 ? Json(d.byte_offset) : Json(nullptr)},
                 {"severity", SeverityName(d.severity)},
                 {"rule", d.rule},

@@ -18,6 +18,8 @@ struct Diagnostic {
   std::string file;
   int line = 0;          // 1-based; 0 when unknown
   int column = 0;        // 1-based; 0 when unknown
+  int end_line = 0;      // text: where what the finding is about ends; 0 when unknown
+  int end_column = 0;    // 1-based, just past the end
   int byte_offset = -1;  // binary input: where the field's record starts; -1 when unknown
   int byte_length = 0;
   Severity severity = Severity::kError;

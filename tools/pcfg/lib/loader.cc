@@ -305,15 +305,90 @@ LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
     if (tree == nullptr || type == nullptr) break;
     const gp::FieldDescriptor* field = type->FindFieldByName(std::string(step.field));
     if (field == nullptr || field->is_repeated() != (step.index >= 0)) break;
-    const gp::TextFormat::ParseLocation location = tree->GetLocation(field, step.index);
+    gp::TextFormat::ParseLocation location = tree->GetLocation(field, step.index);
+    // Protobuf records the elements of a '[a, b]' list at most once, at the list's field: the
+    // syntax tree finds the element itself (AddEnd).
+    const bool in_a_list = location.line < 0 && step.index > 0;
+    if (in_a_list) location = tree->GetLocation(field, 0);
     if (location.line < 0) break;
     best.line = location.line + 1;
     best.column = location.column + 1;
-    if (field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE) break;
+    if (in_a_list || field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE) break;
     tree = tree->GetTreeForNested(field, step.index);
     type = field->message_type();
   }
+  if (best.line > 0) AddEnd(&best, path.steps().back().field, path.steps().back().index);
   return best;
+}
+
+namespace {
+
+// Protobuf's tokenizer counts columns in bytes, a tab advancing to the next multiple of 8.
+constexpr int kTabWidth = 8;
+
+int TabColumnAt(std::string_view line, size_t length) {
+  int column = 0;
+  for (size_t i = 0; i < length && i < line.size(); ++i)
+    column = line[i] == '\t' ? column + kTabWidth - column % kTabWidth : column + 1;
+  return column;
+}
+
+}  // namespace
+
+void LoadedConfig::AddEnd(Location* location, std::string_view name, int index) const {
+  if (!syntax_) {
+    syntax_ = std::make_unique<syntax::SyntaxTree>(raw);
+    node_at_token_.assign(syntax_->tokens().size(), -1);
+    // Parents come before their children: the first node to claim a token is the outermost.
+    for (size_t n = 1; n < syntax_->nodes().size(); ++n) {
+      const syntax::Node& node = syntax_->nodes()[n];
+      if (node.first < node.end && node_at_token_[node.first] < 0)
+        node_at_token_[node.first] = static_cast<int32_t>(n);
+    }
+  }
+  // The byte where the location's line starts, then the byte at its column.
+  const std::string_view text(raw);
+  const size_t line_start = syntax_->LineStart(location->line);
+  const std::string_view line = text.substr(line_start, text.find('\n', line_start) - line_start);
+  size_t offset = 0;
+  while (offset < line.size() && TabColumnAt(line, offset) < location->column - 1) ++offset;
+  const std::vector<syntax::Token>& tokens = syntax_->tokens();
+  const auto token = std::lower_bound(tokens.begin(), tokens.end(), line_start + offset,
+                                      [](const syntax::Token& t, size_t at) { return t.begin < at; });
+  if (token == tokens.end() || token->begin != line_start + offset) return;
+  int32_t node = node_at_token_[static_cast<size_t>(token - tokens.begin())];
+  if (node < 0) return;
+  const syntax::Node& located = syntax_->node(node);
+  if (index >= 0 && located.kind == syntax::NodeKind::kField && located.first_child >= 0 &&
+      syntax_->node(located.first_child).kind == syntax::NodeKind::kList) {
+    // Protobuf places every element of a list at the list's field name: the element is the
+    // INDEX-th value among the fields of that name in the enclosing message, lists flattened.
+    int seen = 0;
+    for (const int32_t field : syntax_->ChildrenOf(syntax_->node(located.parent))) {
+      const syntax::Node& candidate = syntax_->node(field);
+      if (candidate.kind != syntax::NodeKind::kField || candidate.first_child < 0 ||
+          syntax_->Name(candidate) != name)
+        continue;
+      const syntax::Node& value = syntax_->node(candidate.first_child);
+      if (value.kind != syntax::NodeKind::kList) {
+        if (seen++ == index) node = candidate.first_child;
+        continue;
+      }
+      for (const int32_t element : syntax_->ChildrenOf(value))
+        if (seen++ == index) node = element;
+    }
+    const uint32_t begin = tokens[syntax_->node(node).first].begin;
+    const syntax::TextPosition start = syntax_->Position(begin);
+    location->line = start.line;
+    location->column = TabColumnAt(text.substr(begin - static_cast<uint32_t>(start.column - 1)),
+                                   static_cast<size_t>(start.column - 1)) +
+                       1;
+  }
+  const uint32_t end = tokens[syntax_->node(node).end - 1].end;
+  const syntax::TextPosition position = syntax_->Position(end);
+  location->end_line = position.line;
+  location->end_column =
+      TabColumnAt(text.substr(end - (position.column - 1)), static_cast<size_t>(position.column - 1)) + 1;
 }
 
 std::string DisplayName(const std::string& path) { return path == "-" ? "<stdin>" : path; }

@@ -18,6 +18,7 @@
 #include "file_io.h"
 #include "formats.h"
 #include "json_strict.h"
+#include "syntax_tree.h"
 #include "wire_location.h"
 
 namespace pcfg {
@@ -43,14 +44,23 @@ class LoadedConfig {
   struct Location {
     int line = 0;  // text: 1-based; 0 when unknown
     int column = 0;
+    int end_line = 0;  // text: where the field (name to value) or element ends; 0 when unknown
+    int end_column = 0;
     int byte_offset = -1;  // binary: the record of the field; -1 when unknown
     int byte_length = 0;
   };
   // Where the input holds the deepest field of PATH that it names: line and column of text,
-  // byte offset and length of binary; line and column (in bytes) of JSON.
+  // with the end of the field or element there; byte offset and length of binary; line and
+  // column (in bytes) of JSON. Columns count as protobuf's tokenizer counts them: bytes, with a
+  // tab advancing to the next multiple of 8.
   Location Locate(const FieldPath& path) const;
 
  private:
+  // Where the node of the text that starts at LOCATION ends, from the syntax tree (built once);
+  // for element INDEX of the repeated field NAME written as a list, the element itself.
+  void AddEnd(Location* location, std::string_view name, int index) const;
+  mutable std::unique_ptr<syntax::SyntaxTree> syntax_;
+  mutable std::vector<int32_t> node_at_token_;  // the outermost node starting at each token
   mutable std::unique_ptr<google::protobuf::TextFormat::ParseInfoTree> locations_;
   mutable std::unique_ptr<JsonLocations> json_locations_;
   mutable std::unique_ptr<LineIndex> lines_;

@@ -107,6 +107,8 @@ class SarifWriter : public DiagnosticWriter {
     if (d.line > 0) {
       Json region = {{"startLine", d.line}};
       if (d.column > 0) region["startColumn"] = d.column;
+      if (d.end_line > 0) region["endLine"] = d.end_line;
+      if (d.end_column > 0) region["endColumn"] = d.end_column;
       physical["region"] = region;
     } else if (d.byte_offset >= 0) {
       physical["region"] = {{"byteOffset", d.byte_offset}, {"byteLength", d.byte_length}};

@@ -116,6 +116,12 @@ class SyntaxTree {
   std::string Print() const;
 
   TextPosition Position(uint32_t offset) const;
+  // The byte where 1-based LINE starts, or the source's size past the last line.
+  uint32_t LineStart(int line) const {
+    if (line < 1) return 0;
+    return static_cast<size_t>(line) <= line_starts_.size() ? line_starts_[static_cast<size_t>(line) - 1]
+                                                            : static_cast<uint32_t>(source_.size());
+  }
 
  private:
   std::string_view source_;
