@@ -49,7 +49,7 @@ def run(command, timeout):
 
 
 def first_failure(ctest_output):
-    failed = re.findall(r"^\s*\d+ - (\S+) \((Failed|SEGFAULT|Subprocess aborted|Timeout|Exception|Child aborted)",
+    failed = re.findall(r"^\s*\d+ - (\S+).*\((Failed|SEGFAULT|Subprocess aborted|Timeout|Exception|Child aborted)\)",
                         ctest_output, re.M)
     return failed[0][0] if failed else "(ctest failed)"
 

@@ -56,6 +56,9 @@ TEST(SyntaxTree, ErrorsLeaveTheRestOfTheFileReadable) {
       {"} a: 1", true, {"a"}},
       {"a: [1, {x: 2}, 3] b: 'x\n", true, {"a", "b"}},
       {"a < b: 1 > ; c: \"s\" \"t\"", false, {"a", "c"}},
+      {"[ext.name]: 1, [type.googleapis.com/x.Y] { } d: 2",
+       false,
+       {"[ext.name]", "[type.googleapis.com/x.Y]", "d"}},
   };
   for (const Row& row : rows) {
     const SyntaxTree tree(row.text);
@@ -117,6 +120,13 @@ TEST(Layout, Table) {
        "            STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE,\n"
        "            STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE,\n"
        "            STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE]\n}\n"},
+      {"a one-line message of exactly the width stays", "p { id: \"" + std::string(88, 'i') + "\" }\n",
+       "p { id: \"" + std::string(88, 'i') + "\" }\n"},
+      {"a list that fills exactly the width stays on its line",
+       "s: [" + std::string(46, 'X') + ", " + std::string(47, 'Y') + "]\n",
+       "s: [" + std::string(46, 'X') + ", " + std::string(47, 'Y') + "]\n"},
+      {"one column more and it wraps", "s: [" + std::string(46, 'X') + ", " + std::string(48, 'Y') + "]\n",
+       "s: [" + std::string(46, 'X') + ",\n    " + std::string(48, 'Y') + "]\n"},
       {"a one-line message over the width opens up", "p { id: \"" + std::string(90, 'i') + "\" t: 1 }\n",
        "p {\n  id: \"" + std::string(90, 'i') + "\"\n  t: 1\n}\n"},
   };

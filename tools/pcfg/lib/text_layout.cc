@@ -105,9 +105,9 @@ class Layout {
 
   // Comments of GAP: one on the line of what came before stays there; the others get lines of
   // their own, a blank line kept before one that had one.
-  void Comments(const Gap& gap, bool may_trail) {
+  void Comments(const Gap& gap) {
     for (const Gap::Comment& comment : gap.comments) {
-      if (comment.newlines_before == 0 && may_trail && line_open_) {
+      if (comment.newlines_before == 0 && line_open_) {
         Put("  ");
         Put(comment.text);
         Break();
@@ -118,7 +118,6 @@ class Layout {
         Break();
       }
       block_start_ = false;
-      may_trail = false;
     }
   }
 
@@ -126,19 +125,17 @@ class Layout {
   void Block(const Node& block, uint32_t open_end, uint32_t close) {
     uint32_t cursor = open_end;
     block_start_ = true;
-    bool may_trail = open_end > 0;
     for (const int32_t child : tree_.ChildrenOf(block)) {
       const Node& field = tree_.node(child);
       const Gap gap = GapBetween(cursor, field.first);
-      Comments(gap, may_trail);
+      Comments(gap);
       if (gap.newlines_after >= 2) BlankLine();
       StartLine();
       Field(field);
       block_start_ = false;
       cursor = field.end;
-      may_trail = true;
     }
-    Comments(GapBetween(cursor, close), may_trail);
+    Comments(GapBetween(cursor, close));
   }
 
   const Node* ValueOf(const Node& field) const {
@@ -250,11 +247,10 @@ class Layout {
     Put("[");
     indent_ += 2;
     uint32_t cursor = list.first + 1;
-    bool may_trail = true;
     block_start_ = true;
     for (const int32_t child : tree_.ChildrenOf(list)) {
       const Node& element = tree_.node(child);
-      Comments(GapBetween(cursor, element.first), may_trail);
+      Comments(GapBetween(cursor, element.first));
       StartLine();
       if (element.kind == NodeKind::kMessage) {
         Message(element);
@@ -264,9 +260,8 @@ class Layout {
       if (element.next_sibling >= 0) Put(",");
       block_start_ = false;
       cursor = element.end;
-      may_trail = true;
     }
-    Comments(GapBetween(cursor, CloserOf(list)), may_trail);
+    Comments(GapBetween(cursor, CloserOf(list)));
     indent_ -= 2;
     StartLine();
     Put("]");
