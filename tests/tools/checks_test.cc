@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
 #include <string>
 
@@ -99,6 +100,9 @@ const RuleCase kRuleCases[] = {
      R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
         physical_cameras { peripheral_id: "cam" cadmor { i2c { sequences { registers { address_hex: "0X30aF" } } } } })"},
     {"undeclared-enum", R"(peripherals { id: "imu" type: 57 })", R"(peripherals { id: "imu" type: 200 })"},
+    {"unused-suppression", R"(# pcfg: ignore duplicate-id -- left from an older revision
+                              peripherals { id: "imu" type: PERIPHERAL_TYPE_IMU })",
+     R"(peripherals { id: "imu" type: PERIPHERAL_TYPE_IMU })"},
     // The edges of rules, each again a failing case and its passing twin.
     {"undeclared-enum", R"(peripherals { id: "imu" type: -5 })", R"(peripherals { id: "imu" type: 0 })"},
     {"missing-options",
@@ -400,6 +404,80 @@ TEST(Diagnostics, RangesCoverTheFieldOrEntryTheyAreAbout) {
               std::vector<int>({row.line, row.column, row.end_line, row.end_column}))
         << row.text;
   }
+}
+
+TEST(Suppressions, SilenceTheirLineOrTheEntryAfterThem) {
+  const std::string registry = "peripherals { id: \"cam\" type: PERIPHERAL_TYPE_CAMERA }\n";
+  struct Row {
+    const char* what;
+    std::string text;
+    std::vector<std::string> shown;  // unsuppressed findings and warnings, by rule
+    int suppressed;
+    std::string justification;
+  };
+  const Row rows[] = {
+      {"at the end of the line of the finding",
+       registry +
+           "physical_cameras { peripheral_id: \"cam\" }  # pcfg: ignore no-driver -- from the template\n",
+       {},
+       1,
+       "from the template"},
+      {"on the line before a multi-line entry, with an em dash",
+       registry + "# pcfg: ignore no-driver \xe2\x80\x94 from the template\nphysical_cameras {\n  "
+                  "peripheral_id: \"cam\"\n}\n",
+       {},
+       1,
+       "from the template"},
+      {"another rule's finding stays",
+       registry + "physical_cameras { peripheral_id: \"cam\" }  # pcfg: ignore duplicate-id, no-driver\n"
+                  "physical_cameras { peripheral_id: \"cam\" }\n",
+       {"duplicate-id", "no-driver"},
+       1,
+       ""},
+      {"one that silences nothing is a warning",
+       registry +
+           "# pcfg: ignore duplicate-id -- stale\nphysical_cameras { peripheral_id: \"cam\" camx {} }\n",
+       {"unused-suppression"},
+       0,
+       ""},
+      {"one that names no rule is a warning",
+       registry + "physical_cameras { peripheral_id: \"cam\" camx {} }  # pcfg: ignore no-drivr\n",
+       {"unused-suppression"},
+       0,
+       ""},
+      {"one before no entry is a warning",
+       registry + "physical_cameras { peripheral_id: \"cam\" camx {}\n  # pcfg: ignore no-driver\n}\n",
+       {"unused-suppression"},
+       0,
+       ""},
+      {"a comment that is no suppression",
+       registry + "physical_cameras { peripheral_id: \"cam\" }  # pcfg ignores\n",
+       {"no-driver"},
+       0,
+       ""},
+  };
+  for (const Row& row : rows) {
+    std::vector<std::string> shown;
+    int suppressed = 0;
+    std::string justification;
+    for (const Diagnostic& d : Check(row.text)) {
+      if (d.severity == pcfg::Severity::kNote) continue;
+      if (d.suppressed) {
+        ++suppressed;
+        justification = d.justification;
+      } else {
+        shown.push_back(d.rule);
+      }
+    }
+    std::sort(shown.begin(), shown.end());
+    EXPECT_EQ(shown, row.shown) << row.what;
+    EXPECT_EQ(suppressed, row.suppressed) << row.what;
+    EXPECT_EQ(justification, row.justification) << row.what;
+  }
+  // A suppression of a rule that did not run says nothing: the rule might have found something.
+  pcfg::CheckOptions without;
+  without.disabled = {"duplicate-id"};
+  EXPECT_TRUE(RulesFired(Check(rows[3].text, without)).empty());
 }
 
 TEST(Diagnostics, WerrorDisableAndOnly) {

@@ -37,10 +37,13 @@ json SarifOfEveryKindOfInput() {
           "peripherals { id: \"imu\" type: PERIPHERAL_TYPE_IMU }\n");
   EXPECT_EQ(Pcfg({"compile", "--no-check", Scratch("dup.txtpb"), "-o", Scratch("dup.binpb")}).status, 0);
   Written("broken.txtpb", "peripherals {\n  id: 3\n");
+  Written("suppressed.txtpb",
+          "peripherals { id: \"d\" }\nperipherals { id: \"d\" }  # pcfg: ignore duplicate-id -- kept on "
+          "purpose\n");
   const auto run =
       pcfg_test::Shell("cd " + pcfg_test::Quote(pcfg_test::ScratchDir()) + " && " +
-                       pcfg_test::PcfgCommandLine(
-                           {"check", "--format", "sarif", "findings.txtpb", "dup.binpb", "broken.txtpb"}));
+                       pcfg_test::PcfgCommandLine({"check", "--format", "sarif", "findings.txtpb",
+                                                   "dup.binpb", "broken.txtpb", "suppressed.txtpb"}));
   EXPECT_EQ(run.status, 2) << run.err;
   std::ofstream(Scratch("log.sarif")) << run.out;
   return json::parse(run.out);
@@ -69,6 +72,12 @@ TEST(Sarif, DriverListsEveryRuleAndResultsPointAtTheirLines) {
     const std::string uri = physical["artifactLocation"]["uri"];
     EXPECT_EQ(driver["rules"][result["ruleIndex"].get<int>()]["id"], rule);
     seen.insert(rule + " " + uri + " " + physical["region"].dump());
+    // A finding silenced in the source is reported with its suppression, not dropped.
+    EXPECT_EQ(result.contains("suppressions"), uri == "suppressed.txtpb") << result.dump();
+    if (uri == "suppressed.txtpb") {
+      EXPECT_EQ(result["suppressions"],
+                json::parse(R"([{"kind": "inSource", "justification": "kept on purpose"}])"));
+    }
     if (uri == "dup.binpb") {
       EXPECT_EQ(result["locations"][0]["logicalLocations"][0]["fullyQualifiedName"], "peripherals[1].id");
     }
@@ -81,6 +90,7 @@ TEST(Sarif, DriverListsEveryRuleAndResultsPointAtTheirLines) {
           R"(missing-entry findings.txtpb {"endColumn":12,"endLine":2,"startColumn":3,"startLine":2})",
           R"(duplicate-id dup.binpb {"byteLength":5,"byteOffset":11})",
           R"(load-error broken.txtpb {"startColumn":7,"startLine":2})",
+          R"(duplicate-id suppressed.txtpb {"endColumn":22,"endLine":2,"startColumn":15,"startLine":2})",
       }));
   // The skipped rules are told about, as notifications of the run.
   EXPECT_EQ(run["invocations"][0]["toolExecutionNotifications"].size(), 2u);

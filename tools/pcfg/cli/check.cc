@@ -50,10 +50,11 @@ int RunCheck(const CheckCommandOptions& options) {
   bool trouble = false;
   long total_errors = 0;
   for (const std::string& input : options.inputs) {
-    long errors = 0, warnings = 0;
+    long errors = 0, warnings = 0, suppressed = 0;
     const auto write = [&](const Diagnostic& d) {
-      errors += d.severity == Severity::kError;
-      warnings += d.severity == Severity::kWarning;
+      suppressed += d.suppressed;
+      errors += d.severity == Severity::kError && !d.suppressed;
+      warnings += d.severity == Severity::kWarning && !d.suppressed;
       writer->Write(d);
     };
     LoadedConfig loaded;
@@ -67,7 +68,8 @@ int RunCheck(const CheckCommandOptions& options) {
       trouble = true;
     }
     if (options.format == "text")
-      std::cerr << DisplayName(input) << ": " << errors << " error(s), " << warnings << " warning(s)\n";
+      std::cerr << DisplayName(input) << ": " << errors << " error(s), " << warnings << " warning(s)"
+                << (suppressed > 0 ? ", " + std::to_string(suppressed) + " suppressed" : "") << "\n";
     total_errors += errors;
   }
   writer->Finish();

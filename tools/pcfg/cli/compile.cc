@@ -23,7 +23,7 @@ int RunCompile(CompileOptions& options) {
     const std::unique_ptr<DiagnosticWriter> writer = MakeTextDiagnosticWriter(std::cerr);
     long errors = 0;
     RunChecks(loaded, options.rules.ToOptions(), [&](Diagnostic&& d) {
-      errors += d.severity == Severity::kError;
+      errors += d.severity == Severity::kError && !d.suppressed;
       writer->Write(d);
     });
     if (errors > 0) {

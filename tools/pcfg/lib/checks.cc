@@ -4,11 +4,16 @@
 #include <algorithm>
 
 #include "rule_families.h"
+#include "suppressions.h"
 
 namespace pcfg {
 namespace {
 
 const char kUnknownFieldRule[] = "unknown-field";
+const char kUnusedSuppressionRule[] = "unused-suppression";
+
+// Its findings come from matching suppressions with the other rules' findings, in RunChecks.
+void CheckNothing(const CheckContext&, Findings&) {}
 
 }  // namespace
 
@@ -95,6 +100,11 @@ const std::vector<Rule>& Rules() {
        "binary input holds wire data the device's parser reads differently",
        {},
        CheckDeviceWire},
+      {kUnusedSuppressionRule,
+       Severity::kWarning,
+       "a '# pcfg: ignore' comment silences nothing",
+       {},
+       CheckNothing},
   };
   return table;
 }
@@ -133,6 +143,19 @@ void FlushInLineOrder(std::vector<Diagnostic>& held, const DiagnosticSink& sink)
   held.shrink_to_fit();
 }
 
+// Marks D suppressed when a suppression covers its line and names its rule.
+void Suppress(std::vector<Suppression>& suppressions, Diagnostic* d) {
+  for (Suppression& suppression : suppressions) {
+    if (d->line < suppression.first_line || d->line > suppression.last_line) continue;
+    if (std::find(suppression.rules.begin(), suppression.rules.end(), d->rule) == suppression.rules.end())
+      continue;
+    d->suppressed = true;
+    d->justification = suppression.reason;
+    suppression.used = true;
+    return;
+  }
+}
+
 }  // namespace
 
 void RunChecks(const LoadedConfig& loaded, const CheckOptions& options, const DiagnosticSink& sink) {
@@ -142,9 +165,16 @@ void RunChecks(const LoadedConfig& loaded, const CheckOptions& options, const Di
   const bool in_line_order = loaded.format != Format::kBinary;
   std::vector<Diagnostic> held, notes;
   bool overflowed = false;  // more findings than are put in line order
-  std::vector<std::string> failed;
+  std::vector<std::string> failed, ran;
+  // Only text has comments; files without the marker never pay for a syntax tree.
+  std::vector<Suppression> suppressions;
+  if (loaded.format == Format::kText && loaded.raw.find("pcfg:") != std::string::npos)
+    suppressions = FindSuppressions(loaded.Syntax());
+  const auto enabled = [&options](const char* id) {
+    return !options.disabled.count(id) && (options.only.empty() || options.only.count(id));
+  };
   for (const Rule& rule : Rules()) {
-    if (options.disabled.count(rule.id) || (!options.only.empty() && !options.only.count(rule.id))) continue;
+    if (!enabled(rule.id)) continue;
     if (const char* prerequisite = FailedPrerequisite(rule, failed)) {
       notes.push_back(Note(loaded, &rule,
                            std::string("skipped: its findings depend on ") + prerequisite +
@@ -153,6 +183,7 @@ void RunChecks(const LoadedConfig& loaded, const CheckOptions& options, const Di
     }
     Findings findings(options.max_per_rule);
     rule.check(context, findings);
+    ran.push_back(rule.id);
     if (findings.total() > 0) failed.push_back(rule.id);
     for (Findings::Item& item : findings.items()) {
       Diagnostic d;
@@ -168,6 +199,7 @@ void RunChecks(const LoadedConfig& loaded, const CheckOptions& options, const Di
       d.rule = rule.id;
       d.path = item.path.ToString();
       d.message = std::move(item.message);
+      Suppress(suppressions, &d);
       if (in_line_order && held.size() < options.max_put_in_line_order) {
         held.push_back(std::move(d));
       } else {
@@ -183,6 +215,37 @@ void RunChecks(const LoadedConfig& loaded, const CheckOptions& options, const Di
                            std::to_string(findings.total() - findings.items().size()) +
                                " more finding(s) of this rule not shown (--max-diagnostics " +
                                std::to_string(options.max_per_rule) + ")"));
+  }
+  if (enabled(kUnusedSuppressionRule)) {
+    for (const Suppression& suppression : suppressions) {
+      if (suppression.used) continue;
+      std::string unknown, not_run;
+      for (const std::string& id : suppression.rules) {
+        if (FindRule(id) == nullptr)
+          unknown += (unknown.empty() ? "" : ", ") + id;
+        else if (std::find(ran.begin(), ran.end(), id) == ran.end())
+          not_run = id;
+      }
+      // A rule that did not run (disabled, skipped) might have found what the comment silences.
+      if (unknown.empty() && !not_run.empty()) continue;
+      Diagnostic d;
+      d.file = loaded.file;
+      d.line = suppression.line;
+      d.column = suppression.column;
+      d.severity = options.werror ? Severity::kError : Severity::kWarning;
+      d.rule = kUnusedSuppressionRule;
+      d.message = !unknown.empty() ? "the suppression names no rule: " + unknown
+                  : suppression.first_line == 0
+                      ? "the suppression stands before no entry, so it silences nothing"
+                      : "the suppression silences nothing: no finding of its rules on lines " +
+                            std::to_string(suppression.first_line) + " to " +
+                            std::to_string(suppression.last_line);
+      if (in_line_order && !overflowed) {
+        held.push_back(std::move(d));
+      } else {
+        sink(std::move(d));
+      }
+    }
   }
   FlushInLineOrder(held, sink);
   if (overflowed)

@@ -60,7 +60,9 @@ namespace {
 class TextWriter : public DiagnosticWriter {
  public:
   explicit TextWriter(std::ostream& out) : out_(out) {}
-  void Write(const Diagnostic& d) override { out_ << FormatDiagnostic(d) << '\n'; }
+  void Write(const Diagnostic& d) override {
+    if (!d.suppressed) out_ << FormatDiagnostic(d) << '\n';
+  }
   void Finish() override {}
 
  private:
@@ -71,16 +73,21 @@ class JsonWriter : public DiagnosticWriter {
  public:
   explicit JsonWriter(std::ostream& out) : out_(out), array_(out, 0) {}
   void Write(const Diagnostic& d) override {
-    array_.Add({{"file", d.file},
-                {"line", d.line},
-                {"column", d.column},
-                {"end_line", d.end_line},
-                {"end_column", d.end_column},
-                {"byte_offset", d.byte_offset >= 0 ? Json(d.byte_offset) : Json(nullptr)},
-                {"severity", SeverityName(d.severity)},
-                {"rule", d.rule},
-                {"path", d.path},
-                {"message", d.message}});
+    Json entry = {{"file", d.file},
+                  {"line", d.line},
+                  {"column", d.column},
+                  {"end_line", d.end_line},
+                  {"end_column", d.end_column},
+                  {"byte_offset", d.byte_offset >= 0 ? Json(d.byte_offset) : Json(nullptr)},
+                  {"severity", SeverityName(d.severity)},
+                  {"rule", d.rule},
+                  {"path", d.path},
+                  {"message", d.message}};
+    if (d.suppressed) {
+      entry["suppressed"] = true;
+      entry["justification"] = d.justification;
+    }
+    array_.Add(entry);
   }
   void Finish() override {
     array_.Close();
@@ -117,7 +124,7 @@ void PrintDiagnosticsJson(std::ostream& out, const std::vector<Diagnostic>& diag
 
 int CountSeverity(const std::vector<Diagnostic>& diagnostics, Severity severity) {
   int count = 0;
-  for (const Diagnostic& d : diagnostics) count += d.severity == severity;
+  for (const Diagnostic& d : diagnostics) count += d.severity == severity && !d.suppressed;
   return count;
 }
 

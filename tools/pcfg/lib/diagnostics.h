@@ -26,6 +26,10 @@ struct Diagnostic {
   std::string rule;  // empty for load errors
   std::string path;  // field path, may be empty
   std::string message;
+  // Silenced by a '# pcfg: ignore' comment: not printed as a line, not counted, and reported in
+  // SARIF as a suppression with the comment's reason.
+  bool suppressed = false;
+  std::string justification;
 };
 
 // FILE:LINE:COL: error: PATH: MESSAGE [RULE], on one line: control characters in ids and names

@@ -335,9 +335,14 @@ int TabColumnAt(std::string_view line, size_t length) {
 
 }  // namespace
 
+const syntax::SyntaxTree& LoadedConfig::Syntax() const {
+  if (!syntax_) syntax_ = std::make_unique<syntax::SyntaxTree>(raw);
+  return *syntax_;
+}
+
 void LoadedConfig::AddEnd(Location* location, std::string_view name, int index) const {
-  if (!syntax_) {
-    syntax_ = std::make_unique<syntax::SyntaxTree>(raw);
+  if (node_at_token_.empty()) {
+    Syntax();
     node_at_token_.assign(syntax_->tokens().size(), -1);
     // Parents come before their children: the first node to claim a token is the outermost.
     for (size_t n = 1; n < syntax_->nodes().size(); ++n) {

@@ -55,6 +55,9 @@ class LoadedConfig {
   // tab advancing to the next multiple of 8.
   Location Locate(const FieldPath& path) const;
 
+  // The syntax tree of text input, built the first time it is asked for.
+  const syntax::SyntaxTree& Syntax() const;
+
  private:
   // Where the node of the text that starts at LOCATION ends, from the syntax tree (built once);
   // for element INDEX of the repeated field NAME written as a list, the element itself.

@@ -83,11 +83,18 @@ class SarifWriter : public DiagnosticWriter {
     }
     const std::string rule = d.rule.empty() ? kLoadErrorRule : d.rule;
     loaded_everything_ = loaded_everything_ && !d.rule.empty();
-    results_->Add({{"ruleId", rule},
+    Json result = {{"ruleId", rule},
                    {"ruleIndex", RuleIndex(rule)},
                    {"level", Level(d.severity)},
                    {"message", {{"text", d.message}}},
-                   {"locations", Json::array({Location(d)})}});
+                   {"locations", Json::array({Location(d)})}};
+    // Silenced in the source: reported as such, not dropped, so that review tools can show it.
+    if (d.suppressed) {
+      Json suppression = {{"kind", "inSource"}};
+      if (!d.justification.empty()) suppression["justification"] = d.justification;
+      result["suppressions"] = Json::array({suppression});
+    }
+    results_->Add(result);
   }
 
   void Finish() override {
