@@ -112,6 +112,8 @@ TEST(Layout, Table) {
       {"comments: leading, trailing, at the end of a block and of the file",
        "# lead\na: 1  # trail\nb {  # open\n  c: 2\n  # end of b\n}\n# last\n",
        "# lead\na: 1  # trail\nb {  # open\n  c: 2\n  # end of b\n}\n# last\n"},
+      {"a comment before a separator stays after its field", "a: 1  # one\n, b: 2 # two\n;\n",
+       "a: 1  # one\nb: 2  # two\n"},
       {"a comment in a list puts one element per line", "s: [A,  # first\n B]\n",
        "s: [\n  A,  # first\n  B\n]\n"},
       {"a long list wraps under its first element", "x { streams: [" + list_of_20 + "] }\n",

@@ -54,7 +54,7 @@ bool LaidOut(const LoadedConfig& loaded, std::string* formatted) {
   }
   std::vector<std::string> kept = CommentsOf(*formatted);
   const std::vector<std::string> written = CommentsOf(tree);
-  if (kept.size() == written.size() + 2 && (written.empty() || kept[2] == written[0]))
+  if (!TextStartsWithHeader(tree) && kept.size() >= 2)
     kept.erase(kept.begin(), kept.begin() + 2);  // the header, added
   if (kept != written) {
     size_t first = 0;

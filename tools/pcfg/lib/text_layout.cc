@@ -49,21 +49,13 @@ class Layout {
 
   std::string Run() {
     const Node& root = tree_.root();
-    if (!StartsWithHeader()) out_ += kTextHeader;
+    if (!TextStartsWithHeader(tree_)) out_ += kTextHeader;
     Block(root, 0, static_cast<uint32_t>(tokens_.size()));
     Break();
     return std::move(out_);
   }
 
  private:
-  bool StartsWithHeader() const {
-    for (const Token& token : tokens_) {
-      if (token.kind == TokenKind::kSpace) continue;
-      return token.kind == TokenKind::kComment && IsHeaderLine(tree_.Text(token));
-    }
-    return false;
-  }
-
   Gap GapBetween(uint32_t from, uint32_t to) const {
     Gap gap;
     int newlines = 0;
@@ -132,6 +124,8 @@ class Layout {
       if (gap.newlines_after >= 2) BlankLine();
       StartLine();
       Field(field);
+      // Comments between the value and a ';' or ',' after it, which the layout drops.
+      if (const Node* value = ValueOf(field)) Comments(GapBetween(value->end, field.end));
       block_start_ = false;
       cursor = field.end;
     }
@@ -304,6 +298,14 @@ class Layout {
 }  // namespace
 
 std::string LayOutText(const SyntaxTree& tree) { return Layout(tree).Run(); }
+
+bool TextStartsWithHeader(const SyntaxTree& tree) {
+  for (const Token& token : tree.tokens()) {
+    if (token.kind == TokenKind::kSpace) continue;
+    return token.kind == TokenKind::kComment && IsHeaderLine(tree.Text(token));
+  }
+  return false;
+}
 
 namespace {
 

@@ -19,6 +19,10 @@ constexpr size_t kLayoutWidth = 100;
 // first, added when the text does not start with it.
 std::string LayOutText(const syntax::SyntaxTree& tree);
 
+// Whether TREE's text opens with a proto-file / proto-message header line, which LayOutText
+// then keeps rather than adds.
+bool TextStartsWithHeader(const syntax::SyntaxTree& tree);
+
 // The comments of TREE, or of TEXT, in order, each without trailing blanks, header lines included.
 std::vector<std::string> CommentsOf(const syntax::SyntaxTree& tree);
 std::vector<std::string> CommentsOf(std::string_view text);
