@@ -71,16 +71,21 @@ void CheckCommentFinder(const std::string& text) {
     fuzz::Fail("FindComment reports a comment that the tokenizer does not see", found->text);
 }
 
+// TEXT, the WHAT text fmt writes for LOADED, loads into AGAIN equal to LOADED.
+void CheckLoadsEqual(const pcfg::LoadedConfig& loaded, const std::string& text, const std::string& what,
+                     pcfg::LoadedConfig* again) {
+  if (!fuzz::Load(pcfg::Format::kText, text, again)) fuzz::Fail("the " + what + " text does not load", text);
+  std::string differences;
+  if (!fuzz::Equal(loaded.config, again->config, &differences))
+    fuzz::Fail("the " + what + " text loads different", differences);
+}
+
 void CheckLayout(const pcfg::LoadedConfig& loaded) {
   const pcfg::syntax::SyntaxTree tree(loaded.raw);
   if (tree.has_errors()) fuzz::Fail("the syntax tree finds errors in text that protobuf reads");
   const std::string laid_out = pcfg::LayOutText(tree);
   pcfg::LoadedConfig again;
-  if (!fuzz::Load(pcfg::Format::kText, laid_out, &again))
-    fuzz::Fail("the laid-out text does not load", laid_out);
-  std::string differences;
-  if (!fuzz::Equal(loaded.config, again.config, &differences))
-    fuzz::Fail("the laid-out text loads different", differences);
+  CheckLoadsEqual(loaded, laid_out, "laid-out", &again);
   const pcfg::syntax::SyntaxTree laid_out_tree(laid_out);
   std::vector<std::string> kept = pcfg::CommentsOf(laid_out_tree), written = pcfg::CommentsOf(tree);
   // fmt refuses, rather than moves, a comment it cannot keep in place (inside a value, or between
@@ -116,11 +121,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   const std::string canonical = pcfg::CanonicalText(loaded.config);
   pcfg::LoadedConfig again;
-  if (!fuzz::Load(pcfg::Format::kText, canonical, &again))
-    fuzz::Fail("the canonical text does not load", canonical);
-  std::string differences;
-  if (!fuzz::Equal(loaded.config, again.config, &differences))
-    fuzz::Fail("the canonical text loads different", differences);
+  CheckLoadsEqual(loaded, canonical, "canonical", &again);
   if (pcfg::CanonicalText(again.config) != canonical) fuzz::Fail("formatting the canonical text changes it");
   if (const auto comment = pcfg::FindComment(canonical))
     fuzz::Fail("the canonical text holds a comment", comment->text);

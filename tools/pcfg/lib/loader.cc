@@ -341,16 +341,7 @@ const syntax::SyntaxTree& LoadedConfig::Syntax() const {
 }
 
 void LoadedConfig::AddEnd(Location* location, std::string_view name, int index) const {
-  if (node_at_token_.empty()) {
-    Syntax();
-    node_at_token_.assign(syntax_->tokens().size(), -1);
-    // Parents come before their children: the first node to claim a token is the outermost.
-    for (size_t n = 1; n < syntax_->nodes().size(); ++n) {
-      const syntax::Node& node = syntax_->nodes()[n];
-      if (node.first < node.end && node_at_token_[node.first] < 0)
-        node_at_token_[node.first] = static_cast<int32_t>(n);
-    }
-  }
+  if (node_at_token_.empty()) node_at_token_ = Syntax().OutermostNodeAtEachToken();
   // The byte where the location's line starts, then the byte at its column.
   const std::string_view text(raw);
   const size_t line_start = syntax_->LineStart(location->line);
@@ -382,18 +373,17 @@ void LoadedConfig::AddEnd(Location* location, std::string_view name, int index) 
       for (const int32_t element : syntax_->ChildrenOf(value))
         if (seen++ == index) node = element;
     }
-    const uint32_t begin = tokens[syntax_->node(node).first].begin;
-    const syntax::TextPosition start = syntax_->Position(begin);
-    location->line = start.line;
-    location->column = TabColumnAt(text.substr(begin - static_cast<uint32_t>(start.column - 1)),
-                                   static_cast<size_t>(start.column - 1)) +
-                       1;
+    std::tie(location->line, location->column) = TokenizerPosition(tokens[syntax_->node(node).first].begin);
   }
-  const uint32_t end = tokens[syntax_->node(node).end - 1].end;
-  const syntax::TextPosition position = syntax_->Position(end);
-  location->end_line = position.line;
-  location->end_column =
-      TabColumnAt(text.substr(end - (position.column - 1)), static_cast<size_t>(position.column - 1)) + 1;
+  std::tie(location->end_line, location->end_column) =
+      TokenizerPosition(tokens[syntax_->node(node).end - 1].end);
+}
+
+std::pair<int, int> LoadedConfig::TokenizerPosition(uint32_t offset) const {
+  const syntax::TextPosition position = syntax_->Position(offset);
+  const size_t from_line_start = static_cast<size_t>(position.column - 1);
+  return {position.line,
+          TabColumnAt(std::string_view(raw).substr(offset - from_line_start), from_line_start) + 1};
 }
 
 std::string DisplayName(const std::string& path) { return path == "-" ? "<stdin>" : path; }

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "config.h"
@@ -62,6 +63,8 @@ class LoadedConfig {
   // Where the node of the text that starts at LOCATION ends, from the syntax tree (built once);
   // for element INDEX of the repeated field NAME written as a list, the element itself.
   void AddEnd(Location* location, std::string_view name, int index) const;
+  // Line and column of byte OFFSET of text as protobuf's tokenizer counts them.
+  std::pair<int, int> TokenizerPosition(uint32_t offset) const;
   mutable std::unique_ptr<syntax::SyntaxTree> syntax_;
   mutable std::vector<int32_t> node_at_token_;  // the outermost node starting at each token
   mutable std::unique_ptr<google::protobuf::TextFormat::ParseInfoTree> locations_;

@@ -44,8 +44,7 @@ bool Parse(std::string_view comment, Suppression* suppression) {
 
 std::vector<Suppression> FindSuppressions(const syntax::SyntaxTree& tree) {
   const std::vector<Token>& tokens = tree.tokens();
-  // The outermost node that starts at each significant token, for "the entry that follows".
-  std::vector<int32_t> node_at;
+  std::vector<int32_t> node_at;  // built for the first suppression on a line of its own
   std::vector<Suppression> found;
   for (size_t i = 0; i < tokens.size(); ++i) {
     if (tokens[i].kind != TokenKind::kComment) continue;
@@ -61,13 +60,7 @@ std::vector<Suppression> FindSuppressions(const syntax::SyntaxTree& tree) {
     if (!own_line) {
       suppression.first_line = suppression.last_line = at.line;
     } else {
-      if (node_at.empty()) {
-        node_at.assign(tokens.size(), -1);
-        for (size_t n = 1; n < tree.nodes().size(); ++n) {
-          const syntax::Node& node = tree.nodes()[n];
-          if (node.first < node.end && node_at[node.first] < 0) node_at[node.first] = static_cast<int32_t>(n);
-        }
-      }
+      if (node_at.empty()) node_at = tree.OutermostNodeAtEachToken();
       size_t next = i + 1;
       while (next < tokens.size() && tokens[next].trivia()) ++next;
       if (next < tokens.size() && node_at[next] >= 0 && tree.node(node_at[next]).kind == NodeKind::kField) {

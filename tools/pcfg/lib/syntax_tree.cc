@@ -318,6 +318,15 @@ std::string SyntaxTree::Print() const {
   return text;
 }
 
+std::vector<int32_t> SyntaxTree::OutermostNodeAtEachToken() const {
+  std::vector<int32_t> at(tokens_.size(), -1);
+  // Parents come before their children: the first node to claim a token is the outermost.
+  for (size_t n = 1; n < nodes_.size(); ++n)
+    if (nodes_[n].first < nodes_[n].end && at[nodes_[n].first] < 0)
+      at[nodes_[n].first] = static_cast<int32_t>(n);
+  return at;
+}
+
 TextPosition SyntaxTree::Position(uint32_t offset) const {
   offset = std::min<uint32_t>(offset, static_cast<uint32_t>(source_.size()));
   const auto after = std::upper_bound(line_starts_.begin(), line_starts_.end(), offset);

@@ -115,6 +115,10 @@ class SyntaxTree {
   // The tokens in order, trivia included: the source again, byte for byte.
   std::string Print() const;
 
+  // For each token, the outermost node that starts at it, or -1: where a position protobuf
+  // reports, or the token after a comment, leads in the tree.
+  std::vector<int32_t> OutermostNodeAtEachToken() const;
+
   TextPosition Position(uint32_t offset) const;
   // The byte where 1-based LINE starts, or the source's size past the last line.
   uint32_t LineStart(int line) const {
