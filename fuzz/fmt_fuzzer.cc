@@ -6,6 +6,7 @@
 #include <google/protobuf/io/tokenizer.h>
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -96,6 +97,17 @@ void CheckLayout(const pcfg::LoadedConfig& loaded) {
     if (kept[k] == written[w]) ++k;
   }
   if (pcfg::LayOutText(laid_out_tree) != laid_out) fuzz::Fail("laying out the layout changes it", laid_out);
+
+  // Laying out some lines only (editors' range formatting) keeps the meaning too: the pieces it
+  // takes or leaves each hold the same content on both sides.
+  const int lines = static_cast<int>(std::count(loaded.raw.begin(), loaded.raw.end(), '\n')) + 1;
+  const int first = 1 + static_cast<int>(loaded.raw.size() % static_cast<size_t>(lines));
+  const int last = first + static_cast<int>(loaded.raw.size() / 7 % 4);
+  const std::string partly =
+      pcfg::ApplyLineEdits(loaded.raw, pcfg::LayoutEditsWithin(loaded.raw, laid_out, first, last));
+  CheckLoadsEqual(loaded, partly, "range-laid-out", &again);
+  if (pcfg::ApplyLineEdits(loaded.raw, pcfg::LayoutEditsWithin(loaded.raw, laid_out, 1, lines)) != laid_out)
+    fuzz::Fail("laying out every line differs from the layout", laid_out);
 }
 
 }  // namespace

@@ -346,6 +346,11 @@ TEST(Fmt, CheckListsFilesNotFormatted) {
       {"binary is not checked", {"fmt", "--check", Written("c.binpb", "")}, 2, ""},
       {"several inputs need -i or --check", {"fmt", clean, clean}, 2, ""},
       {"-i and --check together", {"fmt", "-i", "--check", clean}, 2, ""},
+      {"--lines: what touches them", {"fmt", "--check", "--lines", "2:2", messy}, 1, messy + ": not formatted\n"},
+      {"--lines for several inputs", {"fmt", "--check", "--lines", "1:2", messy, messy}, 2, ""},
+      {"--lines backwards", {"fmt", "--check", "--lines", "3:2", messy}, 2, ""},
+      {"--lines from line 0", {"fmt", "--check", "--lines", "0:2", messy}, 2, ""},
+      {"--lines with --canonical", {"fmt", "--check", "--canonical", "--lines", "1:2", messy}, 2, ""},
   };
   for (const Row& row : rows) {
     const auto run = Pcfg(row.args);

@@ -141,6 +141,43 @@ TEST(Layout, Table) {
   EXPECT_EQ(LaidOut(header + "a: 1\n"), header + "a: 1\n");
 }
 
+TEST(Layout, RangeTakesTheStretchesThatTouchIt) {
+  const std::string header = pcfg::kTextHeader;
+  // Lines 1-2 are the header; the layout changes line 3, line 6, two of the blank lines 9-11 and
+  // line 12, each a piece of its own.
+  const std::string in = header + "p {   id:   \"a\"\n}\nq {\n      id: \"b\"   # kept\n}\nr: 1\n\n\n\ns {id: \"c\"}\n";
+  const std::string a = "p {\n  id: \"a\"\n}\n", b = "q {\n  id: \"b\"  # kept\n}\n";
+  const std::string a_in = "p {   id:   \"a\"\n}\n", b_in = "q {\n      id: \"b\"   # kept\n}\n";
+  const std::string r_in = "r: 1\n\n\n\n", s_in = "s {id: \"c\"}\n", r = "r: 1\n\n", s = "s { id: \"c\" }\n";
+  struct Row {
+    int first, last;
+    std::string out;  // without the header, which the input has
+  };
+  const Row rows[] = {
+      {1, 2, a_in + b_in + r_in + s_in},  // the header, as it was
+      {3, 3, a + b_in + r_in + s_in},
+      {4, 6, a_in + b + r_in + s_in},
+      {3, 8, a + b + r_in + s_in},
+      {10, 10, a_in + b_in + "r: 1\n\n\n" + s_in},  // one blank line
+      {9, 11, a_in + b_in + r + s_in},
+      {12, 12, a_in + b_in + r_in + s},
+      {1, 99, a + b + r + s},
+  };
+  const SyntaxTree tree(in);
+  const std::string whole = pcfg::LayOutText(tree);
+  for (const Row& row : rows) {
+    const auto edits = pcfg::LayoutEditsWithin(in, whole, row.first, row.last);
+    EXPECT_EQ(pcfg::ApplyLineEdits(in, edits), header + row.out) << row.first << ":" << row.last;
+  }
+  // Without the header, it is inserted before line 1: taken by a range from line 1 only.
+  const std::string bare = "a:  1\nb:  2\n";
+  const std::string bare_out = pcfg::LayOutText(SyntaxTree(bare));
+  EXPECT_EQ(pcfg::ApplyLineEdits(bare, pcfg::LayoutEditsWithin(bare, bare_out, 1, 1)), header + "a: 1\nb:  2\n");
+  EXPECT_EQ(pcfg::ApplyLineEdits(bare, pcfg::LayoutEditsWithin(bare, bare_out, 2, 2)), "a:  1\nb: 2\n");
+  // A last line without its line break.
+  EXPECT_EQ(pcfg::ApplyLineEdits("x: 1", {{2, 0, "y: 2\n"}}), "x: 1\ny: 2\n");
+}
+
 TEST(Layout, UnifiedDiffRebuildsBothSides) {
   const std::string before = "a\nb\nc\nd\ne\nf\ng\nh\ni\nj\nk\n",
                     after = "a\nB\nc\nd\ne\nf\ng\nh\ni\nj\nk\nl\n";

@@ -1,5 +1,7 @@
 // pcfg fmt: text configurations laid out as written (every comment kept), or in the canonical
 // form; printed, checked or written back in place.
+#include <cstdio>
+#include <future>
 #include <iostream>
 #include <memory>
 
@@ -18,6 +20,8 @@ struct FmtOptions {
   bool drop_comments = false;
   bool drop_unknown = false;
   bool canonical = false;
+  std::string lines;  // "N:M", or empty for the whole file
+  int first_line = 1, last_line = 0;
   InputOptions in;
   OutputPolicy policy;
 };
@@ -32,50 +36,96 @@ void Error(const std::string& file, int line, const std::string& message) {
 
 enum class Outcome { kDone, kUnformatted, kTrouble };
 
+// A text laid out, with what is needed to check the result: its own parse and its comments, and
+// the comments of the text as written.
+struct Layout {
+  bool tree_errors = false;
+  std::string formatted;
+  bool formatted_parsed = false;
+  std::string formatted_wire;
+  std::vector<std::string> written_comments, kept_comments;
+  std::vector<int> written_comment_lines;
+};
+
+Layout LayOut(const std::string& file, const std::string& raw, const FmtOptions& options) {
+  Layout layout;
+  const syntax::SyntaxTree tree(raw);
+  if (tree.has_errors()) {
+    layout.tree_errors = true;
+    return layout;
+  }
+  layout.formatted = LayOutText(tree);
+  if (!options.lines.empty())
+    layout.formatted = ApplyLineEdits(
+        raw, LayoutEditsWithin(raw, layout.formatted, options.first_line, options.last_line));
+  LoadedConfig again;
+  std::vector<Diagnostic> diagnostics;
+  layout.formatted_parsed = ParseConfig(file, Format::kText, layout.formatted, &again, &diagnostics) &&
+                            again.config.SerializeToString(&layout.formatted_wire);
+  layout.kept_comments = CommentsOf(layout.formatted);
+  layout.written_comments = CommentsOf(tree);
+  for (const syntax::Token& token : tree.tokens())
+    if (token.kind == syntax::TokenKind::kComment)
+      layout.written_comment_lines.push_back(tree.Position(token.begin).line);
+  // A header the layout added is not a comment of the author's.
+  const std::string_view header(kTextHeader);
+  if (!TextStartsWithHeader(tree) && layout.formatted.compare(0, header.size(), header) == 0)
+    layout.kept_comments.erase(layout.kept_comments.begin(),
+                               layout.kept_comments.begin() +
+                                   static_cast<std::ptrdiff_t>(CommentsOf(header).size()));
+  return layout;
+}
+
+// Loads INPUT; a text is laid out on a second thread while the first parses it, as the two do
+// not depend on each other until the layout is checked against the parse.
+bool LoadAndLayOut(const std::string& input, const FmtOptions& options, LoadedConfig* loaded,
+                   std::future<Layout>* layout) {
+  LoadOptions load = options.in.ToLoadOptions(Format::kText);
+  if (!options.canonical)
+    load.on_read = [&](const std::string& raw, Format format) {
+      if (format != Format::kText) return;
+      // Either policy: where no thread can be had, the layout is worked out when it is asked for.
+      *layout = std::async(std::launch::async | std::launch::deferred,
+                           [&options, file = DisplayName(input), raw] { return LayOut(file, raw, options); });
+    };
+  return LoadOrReport(input, load, loaded);
+}
+
 // LOADED's text laid out as written. Whatever the layout does is checked before it is used: the
 // result must mean what the input means, byte for byte on the wire, and hold the same comments
 // in the same order; otherwise the file is refused, never changed.
-bool LaidOut(const LoadedConfig& loaded, std::string* formatted) {
-  const syntax::SyntaxTree tree(loaded.raw);
-  if (tree.has_errors()) {
+bool LaidOut(const LoadedConfig& loaded, std::future<Layout>& job, std::string* formatted) {
+  Layout layout = job.get();
+  if (layout.tree_errors) {
     Error(loaded.file, 0, "cannot lay this text out as written; left as it was (--canonical formats it)");
     return false;
   }
-  *formatted = LayOutText(tree);
-  LoadedConfig again;
-  std::vector<Diagnostic> diagnostics;
-  std::string before, after;
-  if (!ParseConfig(loaded.file, Format::kText, *formatted, &again, &diagnostics) ||
-      !loaded.config.SerializeToString(&before) || !again.config.SerializeToString(&after) ||
-      before != after) {
+  std::string before;
+  if (!layout.formatted_parsed || !loaded.config.SerializeToString(&before) || before != layout.formatted_wire) {
     Error(loaded.file, 0,
           "laying it out would change what it means; left as it was (--canonical formats it)");
     return false;
   }
-  std::vector<std::string> kept = CommentsOf(*formatted);
-  const std::vector<std::string> written = CommentsOf(tree);
-  if (!TextStartsWithHeader(tree) && kept.size() >= 2)
-    kept.erase(kept.begin(), kept.begin() + 2);  // the header, added
+  const std::vector<std::string>& kept = layout.kept_comments;
+  const std::vector<std::string>& written = layout.written_comments;
   if (kept != written) {
     size_t first = 0;
     while (first < kept.size() && first < written.size() && kept[first] == written[first]) ++first;
-    int line = 0;
-    size_t seen = 0;
-    for (const syntax::Token& token : tree.tokens())
-      if (token.kind == syntax::TokenKind::kComment && seen++ == first)
-        line = tree.Position(token.begin).line;
+    const int line = first < layout.written_comment_lines.size() ? layout.written_comment_lines[first] : 0;
     Error(
         loaded.file, line,
         "has a comment that cannot keep its place (inside a value, or between a name and its value); left as "
         "it was (--canonical --drop-comments formats it without comments)");
     return false;
   }
+  *formatted = std::move(layout.formatted);
   return true;
 }
 
 // The formatted text of LOADED, a text file: laid out as written, or canonical.
-bool Formatted(const LoadedConfig& loaded, const FmtOptions& options, std::string* formatted) {
-  if (!options.canonical) return LaidOut(loaded, formatted);
+bool Formatted(const LoadedConfig& loaded, const FmtOptions& options, std::future<Layout>& job,
+               std::string* formatted) {
+  if (!options.canonical) return LaidOut(loaded, job, formatted);
   *formatted = CanonicalText(loaded.config);
   return true;
 }
@@ -87,7 +137,8 @@ Outcome FormatFile(const std::string& input, const FmtOptions& options) {
     return Outcome::kTrouble;
   }
   LoadedConfig loaded;
-  if (!LoadOrReport(input, options.in.ToLoadOptions(Format::kText), &loaded)) return Outcome::kTrouble;
+  std::future<Layout> job;
+  if (!LoadAndLayOut(input, options, &loaded, &job)) return Outcome::kTrouble;
   if (loaded.format != Format::kText) {
     Error(loaded.file, 0,
           std::string("read as ") + FormatName(loaded.format) + "; fmt " +
@@ -95,7 +146,7 @@ Outcome FormatFile(const std::string& input, const FmtOptions& options) {
     return Outcome::kTrouble;
   }
   std::string formatted;
-  if (!Formatted(loaded, options, &formatted)) return Outcome::kTrouble;
+  if (!Formatted(loaded, options, job, &formatted)) return Outcome::kTrouble;
   if (loaded.raw == formatted) return Outcome::kDone;
   if (options.check) {
     std::cout << UnifiedDiff(loaded.file, loaded.raw, formatted);
@@ -115,10 +166,17 @@ Outcome FormatFile(const std::string& input, const FmtOptions& options) {
   return Outcome::kDone;
 }
 
-int RunFmt(const FmtOptions& options) {
+int RunFmt(FmtOptions& options) {
   if (options.inputs.empty()) {
     std::cerr << "pcfg fmt: no input files (see pcfg fmt --help)\n";
     return kExitTrouble;
+  }
+  if (!options.lines.empty()) {
+    if (options.inputs.size() > 1) {
+      std::cerr << "pcfg fmt: --lines applies to one input\n";
+      return kExitTrouble;
+    }
+    std::sscanf(options.lines.c_str(), "%d:%d", &options.first_line, &options.last_line);
   }
   if (!options.in_place && !options.check) {
     if (options.inputs.size() > 1) {
@@ -126,7 +184,8 @@ int RunFmt(const FmtOptions& options) {
       return kExitTrouble;
     }
     LoadedConfig loaded;
-    if (!LoadOrReport(options.inputs[0], options.in.ToLoadOptions(Format::kText), &loaded) ||
+    std::future<Layout> job;
+    if (!LoadAndLayOut(options.inputs[0], options, &loaded, &job) ||
         !SettleUnknownFields(loaded, options.drop_unknown))
       return kExitTrouble;
     OutputPolicy to_standard_output = options.policy;
@@ -136,7 +195,7 @@ int RunFmt(const FmtOptions& options) {
       return WriteConfigOrReport("-", loaded.config, Format::kText, to_standard_output) ? kExitOk
                                                                                         : kExitTrouble;
     std::string formatted;
-    if (!LaidOut(loaded, &formatted)) return kExitTrouble;
+    if (!LaidOut(loaded, job, &formatted)) return kExitTrouble;
     return WriteOrReport("-", formatted, to_standard_output) ? kExitOk : kExitTrouble;
   }
   bool trouble = false, unformatted = false;
@@ -164,6 +223,8 @@ void AddFmtCommand(CLI::App& app, int& exit_status) {
       "enumeration names, no comments: -i then refuses a file with comments unless\n"
       "--drop-comments). Binary and JSON input print in the canonical form. -i refuses read-only\n"
       "files unless --force is given, and keeps each file's mode and owner.\n"
+      "--lines N:M (for editors) lays out only what touches lines N to M: each stretch of lines\n"
+      "the layout would change is taken whole when one of its lines is in the range.\n"
       "Exit status: 0 done (or all formatted under --check), 1 --check found files not formatted\n"
       "(their diffs on standard output), 2 unreadable input, a refused file or a usage error.\n"
       "Example: pcfg fmt --check examples/*.txtpb && pcfg fmt -i examples/headset.txtpb");
@@ -175,8 +236,23 @@ void AddFmtCommand(CLI::App& app, int& exit_status) {
       ->add_flag("--check", options->check,
                  "write nothing; print how each file not formatted would change, and exit 1")
       ->excludes(in_place);
-  command->add_flag("--canonical", options->canonical,
-                    "the canonical form: field-number order, canonical names, no comments");
+  auto* canonical = command->add_flag("--canonical", options->canonical,
+                                      "the canonical form: field-number order, canonical names, no comments");
+  command
+      ->add_option("--lines", options->lines,
+                   "lay out only the stretches of changed lines that touch lines N to M (1-based, inclusive)")
+      ->type_name("N:M")
+      ->excludes(canonical)
+      ->check(CLI::Validator(
+          [](std::string& value) -> std::string {
+            unsigned first = 0, last = 0;
+            char end = 0;
+            if (std::sscanf(value.c_str(), "%9u:%9u%c", &first, &last, &end) == 2 && first >= 1 && last >= first &&
+                value.find_first_not_of("0123456789:") == std::string::npos)
+              return "";
+            return "expected N:M, two line numbers from 1 with N <= M, not '" + value + "'";
+          },
+          "N:M"));
   command->add_flag("--drop-comments", options->drop_comments, "with --canonical, let -i drop comments");
   AddDropUnknownOption(*command, options->drop_unknown);
   AddInputOptions(*command, options->in);

@@ -416,6 +416,7 @@ bool LoadConfig(const std::string& path, const LoadOptions& options, LoadedConfi
   }
   const Format chosen =
       options.format ? *options.format : (path == "-" ? options.stdin_format : FormatForPath(path));
+  if (options.on_read) options.on_read(raw, chosen);
   const size_t reported = diagnostics->size();
   if (ParseConfig(display_name, chosen, std::move(raw), loaded, diagnostics)) return true;
   // A form taken by default may not be the one meant: say which it was and how to choose.

@@ -7,6 +7,7 @@
 #include <google/protobuf/text_format.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -77,6 +78,9 @@ struct LoadOptions {
   std::optional<Format> format;           // nullopt: by extension
   Format stdin_format = Format::kBinary;  // standard input has no extension
   uint64_t max_bytes = kDefaultMaxInputBytes;
+  // Called with the bytes read and the form they will be parsed as, before the parse: work on
+  // the text itself can then start beside the parse (pcfg fmt lays the text out meanwhile).
+  std::function<void(const std::string& raw, Format format)> on_read;
 };
 
 // Reads PATH ("-" for standard input). On failure returns false and adds diagnostics naming the

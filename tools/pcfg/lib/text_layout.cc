@@ -309,7 +309,7 @@ bool TextStartsWithHeader(const SyntaxTree& tree) {
 
 namespace {
 
-std::vector<std::string_view> Lines(const std::string& text) {
+std::vector<std::string_view> Lines(std::string_view text) {
   std::vector<std::string_view> lines;
   const std::string_view view(text);
   for (size_t start = 0; start < view.size();) {
@@ -434,6 +434,116 @@ std::string UnifiedDiff(const std::string& name, const std::string& before, cons
     i = end;
   }
   return diff;
+}
+
+namespace {
+
+// What a line holds that the layout cannot change: everything but blanks and the separators
+// and colons it may drop.
+size_t ContentLength(std::string_view line) {
+  size_t length = 0;
+  for (const char c : line) length += std::string_view(" \t\r\n,;:").find(c) == std::string_view::npos;
+  return length;
+}
+
+std::string Content(const std::vector<std::string_view>& lines) {
+  std::string content;
+  for (const std::string_view line : lines)
+    for (const char c : line)
+      if (std::string_view(" \t\r\n,;:").find(c) == std::string_view::npos) content += c;
+  return content;
+}
+
+// A stretch of changed lines, REMOVED (from the source, the first at line FIRST) replaced by
+// ADDED, cut where both sides have given the same content so far: each piece can be taken or left
+// on its own. A header put before everything is a piece of its own.
+void CutStretch(int first, const std::vector<std::string_view>& removed, const std::vector<std::string_view>& added,
+                std::vector<LineEdit>* pieces) {
+  const auto piece = [&](int at, size_t i0, size_t i1, size_t j0, size_t j1) {
+    LineEdit edit;
+    edit.first_line = at;
+    edit.line_count = static_cast<int>(i1 - i0);
+    for (size_t j = j0; j < j1; ++j) edit.text += added[j];
+    pieces->push_back(std::move(edit));
+  };
+  const std::string from = Content(removed), to = Content(added);
+  size_t j = 0;
+  if (from != to) {
+    // Only added lines in front of the same content can be set apart.
+    size_t extra = 0;
+    while (j < added.size() && to.size() - extra > from.size()) extra += ContentLength(added[j++]);
+    if (to.size() - extra != from.size() || to.compare(extra, std::string::npos, from) != 0)
+      return piece(first, 0, removed.size(), 0, added.size());
+    if (j > 0) piece(first, 0, 0, 0, j);
+  }
+  size_t i = 0, i0 = 0, j0 = j, from_length = 0, to_length = 0;
+  while (i < removed.size() || j < added.size()) {
+    if (j >= added.size() || (i < removed.size() && from_length <= to_length)) {
+      from_length += ContentLength(removed[i++]);
+    } else {
+      to_length += ContentLength(added[j++]);
+    }
+    if (from_length == to_length) {
+      piece(first + static_cast<int>(i0), i0, i, j0, j);
+      i0 = i, j0 = j;
+    }
+  }
+  if (i0 < i || j0 < j) piece(first + static_cast<int>(i0), i0, i, j0, j);
+}
+
+}  // namespace
+
+std::vector<LineEdit> LayoutEditsWithin(std::string_view source, const std::string& laid_out, int first,
+                                        int last) {
+  const std::vector<std::string_view> a = Lines(source), b = Lines(laid_out);
+  const auto script = EditScript(a, b);
+  std::vector<LineEdit> edits, pieces;
+  int line = 1;  // of SOURCE, at script[i]
+  for (size_t i = 0; i < script.size();) {
+    if (script[i].first == ' ') {
+      ++line, ++i;
+      continue;
+    }
+    std::vector<std::string_view> removed, added;
+    for (; i < script.size() && script[i].first != ' '; ++i)
+      (script[i].first == '-' ? removed : added).push_back(script[i].second);
+    pieces.clear();
+    CutStretch(line, removed, added, &pieces);
+    line += static_cast<int>(removed.size());
+    for (LineEdit& edit : pieces) {
+      // A piece that removes lines touches the range when one of them is in it; one that only
+      // inserts, when it goes in before a line of the range or right after the last.
+      const bool touches = edit.line_count > 0
+                               ? edit.first_line <= last && edit.first_line + edit.line_count - 1 >= first
+                               : edit.first_line >= first && edit.first_line <= last + 1;
+      if (touches && (edit.line_count > 0 || !edit.text.empty())) edits.push_back(std::move(edit));
+    }
+  }
+  return edits;
+}
+
+std::string ApplyLineEdits(std::string_view source, const std::vector<LineEdit>& edits) {
+  std::string out;
+  out.reserve(source.size());
+  int line = 1;
+  size_t at = 0;  // where LINE starts
+  const auto skip_to = [&](int target, bool keep) {
+    for (; line < target && at < source.size(); ++line) {
+      size_t end = source.find('\n', at);
+      end = end == std::string_view::npos ? source.size() : end + 1;
+      if (keep) out.append(source.substr(at, end - at));
+      at = end;
+    }
+  };
+  for (const LineEdit& edit : edits) {
+    skip_to(edit.first_line, true);
+    // A last line without its line break gets one before what follows it.
+    if (!out.empty() && out.back() != '\n' && at == source.size() && !edit.text.empty()) out += '\n';
+    out += edit.text;
+    skip_to(edit.first_line + edit.line_count, false);
+  }
+  out.append(source.substr(at));
+  return out;
 }
 
 std::vector<std::string> CommentsOf(const SyntaxTree& tree) {

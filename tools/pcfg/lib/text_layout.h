@@ -27,6 +27,22 @@ bool TextStartsWithHeader(const syntax::SyntaxTree& tree);
 std::vector<std::string> CommentsOf(const syntax::SyntaxTree& tree);
 std::vector<std::string> CommentsOf(std::string_view text);
 
+// A replacement of whole lines of a source: lines [first_line, first_line + line_count), 1-based,
+// become TEXT (complete lines). A line_count of 0 inserts TEXT before first_line.
+struct LineEdit {
+  int first_line = 1;
+  int line_count = 0;
+  std::string text;
+};
+
+// The edits that turn SOURCE into LAID_OUT (its LayOutText), keeping only those that touch lines
+// FIRST to LAST (1-based, inclusive) of SOURCE: range formatting, as editors ask for it. Each edit
+// is one stretch of changed lines between unchanged ones; a stretch is taken whole or not at all.
+std::vector<LineEdit> LayoutEditsWithin(std::string_view source, const std::string& laid_out, int first, int last);
+
+// SOURCE with EDITS (in order, not overlapping) made.
+std::string ApplyLineEdits(std::string_view source, const std::vector<LineEdit>& edits);
+
 // A unified diff (three lines of context) that turns BEFORE into AFTER, with NAME in its header;
 // empty when they are equal.
 std::string UnifiedDiff(const std::string& name, const std::string& before, const std::string& after);
