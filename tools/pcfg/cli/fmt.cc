@@ -7,7 +7,7 @@
 
 #include "canonical_text.h"
 #include "common.h"
-#include "syntax_tree.h"
+#include "text_formatting.h"
 #include "text_layout.h"
 
 namespace pcfg::cli {
@@ -36,86 +36,37 @@ void Error(const std::string& file, int line, const std::string& message) {
 
 enum class Outcome { kDone, kUnformatted, kTrouble };
 
-// A text laid out, with what is needed to check the result: its own parse and its comments, and
-// the comments of the text as written.
-struct Layout {
-  bool tree_errors = false;
-  std::string formatted;
-  bool formatted_parsed = false;
-  std::string formatted_wire;
-  std::vector<std::string> written_comments, kept_comments;
-  std::vector<int> written_comment_lines;
-};
-
-Layout LayOut(const std::string& file, const std::string& raw, const FmtOptions& options) {
-  Layout layout;
-  const syntax::SyntaxTree tree(raw);
-  if (tree.has_errors()) {
-    layout.tree_errors = true;
-    return layout;
-  }
-  layout.formatted = LayOutText(tree);
-  if (!options.lines.empty())
-    layout.formatted = ApplyLineEdits(
-        raw, LayoutEditsWithin(raw, layout.formatted, options.first_line, options.last_line));
-  LoadedConfig again;
-  std::vector<Diagnostic> diagnostics;
-  layout.formatted_parsed = ParseConfig(file, Format::kText, layout.formatted, &again, &diagnostics) &&
-                            again.config.SerializeToString(&layout.formatted_wire);
-  layout.kept_comments = CommentsOf(layout.formatted);
-  layout.written_comments = CommentsOf(tree);
-  for (const syntax::Token& token : tree.tokens())
-    if (token.kind == syntax::TokenKind::kComment)
-      layout.written_comment_lines.push_back(tree.Position(token.begin).line);
-  // A header the layout added is not a comment of the author's.
-  const std::string_view header(kTextHeader);
-  if (!TextStartsWithHeader(tree) && layout.formatted.compare(0, header.size(), header) == 0)
-    layout.kept_comments.erase(layout.kept_comments.begin(),
-                               layout.kept_comments.begin() +
-                                   static_cast<std::ptrdiff_t>(CommentsOf(header).size()));
-  return layout;
-}
-
 // Loads INPUT; a text is laid out on a second thread while the first parses it, as the two do
 // not depend on each other until the layout is checked against the parse.
 bool LoadAndLayOut(const std::string& input, const FmtOptions& options, LoadedConfig* loaded,
-                   std::future<Layout>* layout) {
+                   std::future<TextLayoutResult>* layout) {
   LoadOptions load = options.in.ToLoadOptions(Format::kText);
   if (!options.canonical)
     load.on_read = [&](const std::string& raw, Format format) {
       if (format != Format::kText) return;
       // Either policy: where no thread can be had, the layout is worked out when it is asked for.
       *layout = std::async(std::launch::async | std::launch::deferred,
-                           [&options, file = DisplayName(input), raw] { return LayOut(file, raw, options); });
+                           [&options, file = DisplayName(input), raw] {
+                             return options.lines.empty()
+                                        ? LayOutAndReparse(file, raw)
+                                        : LayOutAndReparse(file, raw, options.first_line, options.last_line);
+                           });
     };
   return LoadOrReport(input, load, loaded);
 }
 
-// LOADED's text laid out as written. Whatever the layout does is checked before it is used: the
-// result must mean what the input means, byte for byte on the wire, and hold the same comments
-// in the same order; otherwise the file is refused, never changed.
-bool LaidOut(const LoadedConfig& loaded, std::future<Layout>& job, std::string* formatted) {
-  Layout layout = job.get();
-  if (layout.tree_errors) {
-    Error(loaded.file, 0, "cannot lay this text out as written; left as it was (--canonical formats it)");
-    return false;
-  }
-  std::string before;
-  if (!layout.formatted_parsed || !loaded.config.SerializeToString(&before) || before != layout.formatted_wire) {
-    Error(loaded.file, 0,
-          "laying it out would change what it means; left as it was (--canonical formats it)");
-    return false;
-  }
-  const std::vector<std::string>& kept = layout.kept_comments;
-  const std::vector<std::string>& written = layout.written_comments;
-  if (kept != written) {
-    size_t first = 0;
-    while (first < kept.size() && first < written.size() && kept[first] == written[first]) ++first;
-    const int line = first < layout.written_comment_lines.size() ? layout.written_comment_lines[first] : 0;
-    Error(
-        loaded.file, line,
-        "has a comment that cannot keep its place (inside a value, or between a name and its value); left as "
-        "it was (--canonical --drop-comments formats it without comments)");
+// LOADED's text laid out as written, used only when it is faithful; otherwise the file is
+// refused, never changed.
+bool LaidOut(const LoadedConfig& loaded, std::future<TextLayoutResult>& job, std::string* formatted) {
+  TextLayoutResult layout = job.get();
+  int line = 0;
+  std::string why;
+  const LayoutFault fault = CheckLayoutFaithful(loaded.config, layout, &line, &why);
+  if (fault != LayoutFault::kNone) {
+    const bool comment = fault == LayoutFault::kComment;
+    Error(loaded.file, line,
+          why + "; left as it was (--canonical " + (comment ? "--drop-comments formats it without comments)"
+                                                            : "formats it)"));
     return false;
   }
   *formatted = std::move(layout.formatted);
@@ -123,7 +74,7 @@ bool LaidOut(const LoadedConfig& loaded, std::future<Layout>& job, std::string* 
 }
 
 // The formatted text of LOADED, a text file: laid out as written, or canonical.
-bool Formatted(const LoadedConfig& loaded, const FmtOptions& options, std::future<Layout>& job,
+bool Formatted(const LoadedConfig& loaded, const FmtOptions& options, std::future<TextLayoutResult>& job,
                std::string* formatted) {
   if (!options.canonical) return LaidOut(loaded, job, formatted);
   *formatted = CanonicalText(loaded.config);
@@ -137,7 +88,7 @@ Outcome FormatFile(const std::string& input, const FmtOptions& options) {
     return Outcome::kTrouble;
   }
   LoadedConfig loaded;
-  std::future<Layout> job;
+  std::future<TextLayoutResult> job;
   if (!LoadAndLayOut(input, options, &loaded, &job)) return Outcome::kTrouble;
   if (loaded.format != Format::kText) {
     Error(loaded.file, 0,
@@ -184,7 +135,7 @@ int RunFmt(FmtOptions& options) {
       return kExitTrouble;
     }
     LoadedConfig loaded;
-    std::future<Layout> job;
+    std::future<TextLayoutResult> job;
     if (!LoadAndLayOut(options.inputs[0], options, &loaded, &job) ||
         !SettleUnknownFields(loaded, options.drop_unknown))
       return kExitTrouble;
