@@ -44,6 +44,10 @@ write("long-id", [f'peripherals {{ id: "{long_id}" type: PERIPHERAL_TYPE_FPGA ' 
                   " ".join(f'dependencies {{ peripheral_id: "p{i}" }}' for i in range(n)) + " }"] +
       [f'peripherals {{ id: "p{i}" type: PERIPHERAL_TYPE_FPGA }}' for i in range(n)])
 write("empty", ["peripherals {}", "physical_cameras {}", "camera_sets {}", "system_options {}"] * (n * 25))
+# Findings located on one very long line, with tabs: columns found by walking the line cost n^2.
+with open(f"{out}/one-line-{scale}.txtpb", "w") as f:
+    f.write("\t".join(f'peripherals {{ id: "p{i}" type: PERIPHERAL_TYPE_FPGA dependencies {{ peripheral_id: "gone" }} }}'
+                      for i in range(4 * n)) + "\n")
 EOF
 }
 
@@ -74,4 +78,8 @@ for scale in "${scales[@]}"; do
     measure "$shape x$scale: diff against itself" "$size" "$pcfg" diff "$binary" "$scratch/other.binpb"
     measure "$shape x$scale: decode --to json" "$size" "$pcfg" decode "$binary" --to json
   done
+  # Text only: where its findings stand on the line.
+  text=$scratch/one-line-$scale.txtpb
+  measure "one-line x$scale: check (all findings)" "$(stat -c %s "$text")" "$pcfg" check --max-diagnostics 0 "$text"
+  measure "one-line x$scale: check --format sarif" "$(stat -c %s "$text")" "$pcfg" check --max-diagnostics 0 --format sarif "$text"
 done

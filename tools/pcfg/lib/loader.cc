@@ -321,20 +321,6 @@ LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
   return best;
 }
 
-namespace {
-
-// Protobuf's tokenizer counts columns in bytes, a tab advancing to the next multiple of 8.
-constexpr int kTabWidth = 8;
-
-int TabColumnAt(std::string_view line, size_t length) {
-  int column = 0;
-  for (size_t i = 0; i < length && i < line.size(); ++i)
-    column = line[i] == '\t' ? column + kTabWidth - column % kTabWidth : column + 1;
-  return column;
-}
-
-}  // namespace
-
 const syntax::SyntaxTree& LoadedConfig::Syntax() const {
   if (!syntax_) syntax_ = std::make_unique<syntax::SyntaxTree>(raw);
   return *syntax_;
@@ -342,16 +328,11 @@ const syntax::SyntaxTree& LoadedConfig::Syntax() const {
 
 void LoadedConfig::AddEnd(Location* location, std::string_view name, int index) const {
   if (node_at_token_.empty()) node_at_token_ = Syntax().OutermostNodeAtEachToken();
-  // The byte where the location's line starts, then the byte at its column.
-  const std::string_view text(raw);
-  const size_t line_start = syntax_->LineStart(location->line);
-  const std::string_view line = text.substr(line_start, text.find('\n', line_start) - line_start);
-  size_t offset = 0;
-  while (offset < line.size() && TabColumnAt(line, offset) < location->column - 1) ++offset;
+  const uint32_t offset = syntax_->OffsetAtTokenizerColumn(location->line, location->column);
   const std::vector<syntax::Token>& tokens = syntax_->tokens();
-  const auto token = std::lower_bound(tokens.begin(), tokens.end(), line_start + offset,
+  const auto token = std::lower_bound(tokens.begin(), tokens.end(), offset,
                                       [](const syntax::Token& t, size_t at) { return t.begin < at; });
-  if (token == tokens.end() || token->begin != line_start + offset) return;
+  if (token == tokens.end() || token->begin != offset) return;
   int32_t node = node_at_token_[static_cast<size_t>(token - tokens.begin())];
   if (node < 0) return;
   const syntax::Node& located = syntax_->node(node);
@@ -380,10 +361,7 @@ void LoadedConfig::AddEnd(Location* location, std::string_view name, int index) 
 }
 
 std::pair<int, int> LoadedConfig::TokenizerPosition(uint32_t offset) const {
-  const syntax::TextPosition position = syntax_->Position(offset);
-  const size_t from_line_start = static_cast<size_t>(position.column - 1);
-  return {position.line,
-          TabColumnAt(std::string_view(raw).substr(offset - from_line_start), from_line_start) + 1};
+  return {syntax_->Position(offset).line, syntax_->TokenizerColumn(offset)};
 }
 
 std::string DisplayName(const std::string& path) { return path == "-" ? "<stdin>" : path; }

@@ -3,6 +3,9 @@
 #include <algorithm>
 
 namespace pcfg::syntax {
+
+// Protobuf's tokenizer advances a tab to the next multiple of 8 columns.
+constexpr int kTabWidth = 8;
 namespace {
 
 bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f'; }
@@ -292,8 +295,22 @@ std::vector<Token> Tokenize(std::string_view source) { return Scan(source); }
 
 SyntaxTree::SyntaxTree(std::string_view source) : source_(source), tokens_(Scan(source)) {
   line_starts_.push_back(0);
-  for (size_t at = source.find('\n'); at != std::string_view::npos; at = source.find('\n', at + 1))
-    line_starts_.push_back(static_cast<uint32_t>(at + 1));
+  int column = 0;  // the tokenizer's, 0-based
+  for (uint32_t at = 0; at < source.size(); ++at) {
+    const unsigned char byte = static_cast<unsigned char>(source[at]);
+    if (byte == '\n') {
+      line_starts_.push_back(at + 1);
+      column = 0;
+    } else if (byte == '\t') {
+      column += kTabWidth - column % kTabWidth;
+      tabs_.push_back(at);
+      tab_columns_.push_back(column);
+    } else {
+      ++column;
+      if ((byte & 0xC0) == 0x80) continuations_.push_back(at);
+      if (byte >= 0xF0) four_byte_leads_.push_back(at);
+    }
+  }
   Parser(*this).Run();
   for (const Token& token : tokens_) errors_ += token.kind == TokenKind::kError;
 }
@@ -327,6 +344,16 @@ std::vector<int32_t> SyntaxTree::OutermostNodeAtEachToken() const {
   return at;
 }
 
+namespace {
+
+// How many of the sorted POSITIONS lie in [from, to).
+size_t CountIn(const std::vector<uint32_t>& positions, uint32_t from, uint32_t to) {
+  return static_cast<size_t>(std::lower_bound(positions.begin(), positions.end(), to) -
+                             std::lower_bound(positions.begin(), positions.end(), from));
+}
+
+}  // namespace
+
 TextPosition SyntaxTree::Position(uint32_t offset) const {
   offset = std::min<uint32_t>(offset, static_cast<uint32_t>(source_.size()));
   const auto after = std::upper_bound(line_starts_.begin(), line_starts_.end(), offset);
@@ -334,13 +361,38 @@ TextPosition SyntaxTree::Position(uint32_t offset) const {
   TextPosition position;
   position.line = static_cast<int>(after - line_starts_.begin());
   position.column = static_cast<int>(offset - start) + 1;
-  int units = 0;
-  for (uint32_t i = start; i < offset; ++i) {
-    const unsigned char byte = static_cast<unsigned char>(source_[i]);
-    if ((byte & 0xC0) != 0x80) units += byte >= 0xF0 ? 2 : 1;  // four-byte sequences: a surrogate pair
-  }
-  position.utf16_column = units + 1;
+  // A UTF-16 unit per character, two for one of four bytes (a surrogate pair).
+  position.utf16_column = static_cast<int>(offset - start - CountIn(continuations_, start, offset) +
+                                           CountIn(four_byte_leads_, start, offset)) +
+                          1;
   return position;
+}
+
+int SyntaxTree::TokenizerColumn(uint32_t offset) const {
+  offset = std::min<uint32_t>(offset, static_cast<uint32_t>(source_.size()));
+  const uint32_t start = *(std::upper_bound(line_starts_.begin(), line_starts_.end(), offset) - 1);
+  const auto tab = std::lower_bound(tabs_.begin(), tabs_.end(), offset);  // the first at or after
+  if (tab == tabs_.begin() || *(tab - 1) < start) return static_cast<int>(offset - start) + 1;
+  const size_t last = static_cast<size_t>(tab - tabs_.begin()) - 1;
+  return tab_columns_[last] + static_cast<int>(offset - tabs_[last] - 1) + 1;
+}
+
+uint32_t SyntaxTree::OffsetAtTokenizerColumn(int line, int column) const {
+  const uint32_t start = LineStart(line);
+  const uint32_t next = LineStart(line + 1);
+  const uint32_t end = next > start && next <= source_.size() && source_[next - 1] == '\n' ? next - 1 : next;
+  const int target = std::max(column, 1) - 1;
+  const size_t lo = static_cast<size_t>(std::lower_bound(tabs_.begin(), tabs_.end(), start) - tabs_.begin());
+  const size_t hi = static_cast<size_t>(std::lower_bound(tabs_.begin(), tabs_.end(), end) - tabs_.begin());
+  // The last tab of the line whose column after it is at most TARGET, and the one after it.
+  const size_t k = static_cast<size_t>(
+      std::upper_bound(tab_columns_.begin() + static_cast<std::ptrdiff_t>(lo),
+                       tab_columns_.begin() + static_cast<std::ptrdiff_t>(hi), target) -
+      tab_columns_.begin());
+  uint64_t offset = k == lo ? uint64_t{start} + static_cast<uint64_t>(target)
+                            : uint64_t{tabs_[k - 1]} + 1 + static_cast<uint64_t>(target - tab_columns_[k - 1]);
+  if (k < hi) offset = std::min<uint64_t>(offset, tabs_[k] + 1);  // TARGET falls inside that tab
+  return static_cast<uint32_t>(std::min<uint64_t>(offset, end));
 }
 
 }  // namespace pcfg::syntax

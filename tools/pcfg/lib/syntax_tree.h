@@ -119,7 +119,13 @@ class SyntaxTree {
   // reports, or the token after a comment, leads in the tree.
   std::vector<int32_t> OutermostNodeAtEachToken() const;
 
+  // Line and columns of byte OFFSET, in O(log n) whatever the line's length.
   TextPosition Position(uint32_t offset) const;
+  // Protobuf's tokenizer counts columns in bytes, a tab advancing to the next multiple of 8: the
+  // 1-based column it gives byte OFFSET, and the byte where 1-based COLUMN of LINE falls (the
+  // first whose column reaches it, at most the line's end).
+  int TokenizerColumn(uint32_t offset) const;
+  uint32_t OffsetAtTokenizerColumn(int line, int column) const;
   // The byte where 1-based LINE starts, or the source's size past the last line.
   uint32_t LineStart(int line) const {
     if (line < 1) return 0;
@@ -132,6 +138,10 @@ class SyntaxTree {
   std::vector<Token> tokens_;
   std::vector<Node> nodes_;
   std::vector<uint32_t> line_starts_;
+  // Where columns stop being bytes: continuation bytes of UTF-8 (no UTF-16 unit of their own),
+  // four-byte leads (two units), and tabs with the tokenizer's column after each.
+  std::vector<uint32_t> continuations_, four_byte_leads_, tabs_;
+  std::vector<int> tab_columns_;
   int errors_ = 0;
 
   friend class Parser;
