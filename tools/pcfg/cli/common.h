@@ -69,6 +69,7 @@ void AddDecodeCommand(CLI::App& app, int& exit_status);
 void AddCheckCommand(CLI::App& app, int& exit_status);
 void AddDiffCommand(CLI::App& app, int& exit_status);
 void AddFmtCommand(CLI::App& app, int& exit_status);
+void AddLspCommand(CLI::App& app, int& exit_status);
 void AddShowCommand(CLI::App& app, int& exit_status);
 void AddGraphCommand(CLI::App& app, int& exit_status);
 

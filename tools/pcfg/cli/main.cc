@@ -44,6 +44,7 @@ int Run(int argc, char** argv) {
   AddCheckCommand(app, exit_status);
   AddDiffCommand(app, exit_status);
   AddFmtCommand(app, exit_status);
+  AddLspCommand(app, exit_status);
   AddShowCommand(app, exit_status);
   AddGraphCommand(app, exit_status);
   std::string help_topic;

@@ -1,0 +1,382 @@
+// The language server driven in process, message by message, as an editor drives it: what it
+// answers and publishes, positions in UTF-16 and UTF-8, edits, and the protocol's errors.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "server.h"
+#include "transport.h"
+
+namespace {
+
+using pcfg::lsp::Json;
+
+const std::string kUri = "file:///work/t.txtpb";
+
+// Line 4 holds a comment with "é" (one UTF-16 unit, two bytes) and an emoji (two units, four
+// bytes) before the id "imu0"'s reference to nothing, so that columns differ by encoding.
+const std::string kText =
+    "peripherals { id: \"cam0\" type: PERIPHERAL_TYPE_CAMERA }\n"
+    "peripherals { id: \"cams\" type: PERIPHERAL_TYPE_CAMERASET }\n"
+    "peripherals {\n"
+    "  id: \"imu0\"  # \xc3\xa9\xf0\x9f\x98\x80\n"
+    "  type: PERIPHERAL_TYPE_IMU\n"
+    "  dependencies { peripheral_id: \"cam0\" }\n"
+    "}\n"
+    "camera_sets { peripheral_id: \"cams\" camera_peripheral_ids: [\"cam0\"] }\n"
+    "physical_cameras { peripheral_id: \"tmpl\" is_template: true }\n"
+    "physical_cameras { peripheral_id: \"cam0\" template_id: \"tmpl\" cameraset_peripheral_ids: \"cams\" }\n";
+
+class Session {
+ public:
+  explicit Session(Json capabilities = Json::object())
+      : server_([this](const Json& message) { sent_.push_back(message); }) {
+    initialize_reply_ = Request("initialize", {{"processId", nullptr}, {"capabilities", capabilities}});
+    Notify("initialized", Json::object());
+  }
+
+  Json Request(const std::string& method, const Json& params) {
+    const int id = ++last_id_;
+    server_.Handle({{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", params}});
+    for (const Json& message : sent_)
+      if (message.contains("id") && message["id"] == id) return message;
+    return nullptr;
+  }
+  // The result of a request at the first occurrence of NEEDLE in the document (plus SHIFT
+  // characters), in UTF-16 positions unless the session agreed on UTF-8.
+  Json At(const std::string& method, const std::string& needle, int shift = 0, Json extra = Json::object()) {
+    extra["textDocument"] = {{"uri", kUri}};
+    extra["position"] = PositionOf(needle, shift);
+    return Request(method, extra)["result"];
+  }
+  void Notify(const std::string& method, const Json& params) {
+    server_.Handle({{"jsonrpc", "2.0"}, {"method", method}, {"params", params}});
+  }
+  void Open(const std::string& text) {
+    text_ = text;
+    Notify("textDocument/didOpen",
+           {{"textDocument", {{"uri", kUri}, {"languageId", "textproto"}, {"version", 1}, {"text", text}}}});
+  }
+  // The diagnostics published now.
+  Json Diagnostics() {
+    sent_.clear();
+    server_.PublishPending();
+    for (const Json& message : sent_)
+      if (message.value("method", "") == "textDocument/publishDiagnostics") return message["params"]["diagnostics"];
+    return nullptr;
+  }
+  Json PositionOf(const std::string& needle, int shift = 0) const {
+    const size_t at = text_.find(needle);
+    EXPECT_NE(at, std::string::npos) << needle;
+    const size_t line_start = text_.rfind('\n', at) == std::string::npos ? 0 : text_.rfind('\n', at) + 1;
+    int line = 0;
+    for (size_t i = 0; i < line_start; ++i) line += text_[i] == '\n';
+    int character = 0;
+    for (size_t i = line_start; i < at; ++i) {
+      const unsigned char byte = static_cast<unsigned char>(text_[i]);
+      if (utf8_) {
+        ++character;
+      } else if ((byte & 0xC0) != 0x80) {
+        character += byte >= 0xF0 ? 2 : 1;
+      }
+    }
+    return {{"line", line}, {"character", character + shift}};
+  }
+  void set_utf8() { utf8_ = true; }
+  void set_text(const std::string& text) { text_ = text; }
+  pcfg::lsp::Server& server() { return server_; }
+  std::vector<Json>& sent() { return sent_; }
+  const Json& initialize_reply() const { return initialize_reply_; }
+
+ private:
+  std::vector<Json> sent_;
+  pcfg::lsp::Server server_;
+  Json initialize_reply_;
+  int last_id_ = 0;
+  std::string text_;
+  bool utf8_ = false;
+};
+
+Json Range(int line, int start, int end) {
+  return {{"start", {{"line", line}, {"character", start}}}, {"end", {{"line", line}, {"character", end}}}};
+}
+
+Json J(const char* text) { return Json::parse(text); }
+
+// didChange's params: VERSION and its changes, each a range and text, or the whole text.
+Json Changes(int version, std::vector<Json> changes) {
+  return {{"textDocument", {{"uri", kUri}, {"version", version}}}, {"contentChanges", Json(changes)}};
+}
+Json Edit(const Json& range, const std::string& text) { return Json{{"range", range}, {"text", text}}; }
+Json Whole(const std::string& text) { return Json{{"text", text}}; }
+
+TEST(Lsp, ProtocolErrorsAndLifeCycle) {
+  std::vector<Json> sent;
+  pcfg::lsp::Server server([&](const Json& message) { sent.push_back(message); });
+  struct Row {
+    const char* what;
+    std::string body;
+    int code;  // of the error answered; 0: no answer
+  };
+  const Row rows[] = {
+      {"before initialize", R"({"jsonrpc":"2.0","id":1,"method":"textDocument/hover","params":{}})", -32002},
+      {"a notification before initialize is dropped", R"({"jsonrpc":"2.0","method":"textDocument/didOpen"})", 0},
+      {"not JSON", "{\"jsonrpc\":", -32700},
+      {"not an object", "[1, 2]", -32600},
+      {"an id that is an object", R"({"jsonrpc":"2.0","id":{},"method":"shutdown"})", -32600},
+      {"initialize", R"({"jsonrpc":"2.0","id":2,"method":"initialize","params":{"capabilities":{}}})", 0},
+      {"initialize twice", R"({"jsonrpc":"2.0","id":3,"method":"initialize","params":{"capabilities":{}}})", -32803},
+      {"an unknown method", R"({"jsonrpc":"2.0","id":"x","method":"workspace/unknown"})", -32601},
+      {"an unknown notification is dropped", R"({"jsonrpc":"2.0","method":"$/setTrace","params":{}})", 0},
+      {"params of the wrong shape", R"({"jsonrpc":"2.0","id":4,"method":"textDocument/hover","params":{"textDocument":7}})",
+       -32602},
+      {"a framing fault", pcfg::lsp::kMalformedHeader, -32700},
+      {"shutdown", R"({"jsonrpc":"2.0","id":5,"method":"shutdown"})", 0},
+      {"a request after shutdown", R"({"jsonrpc":"2.0","id":6,"method":"textDocument/hover","params":{}})", -32600},
+  };
+  for (const Row& row : rows) {
+    sent.clear();
+    server.HandleBody(row.body);
+    if (row.code == 0) {
+      for (const Json& message : sent) EXPECT_FALSE(message.contains("error")) << row.what << message.dump();
+      continue;
+    }
+    ASSERT_EQ(sent.size(), 1u) << row.what;
+    EXPECT_EQ(sent[0]["error"]["code"], row.code) << row.what << sent[0].dump();
+  }
+  EXPECT_FALSE(server.exited());
+  server.HandleBody(R"({"jsonrpc":"2.0","method":"exit"})");
+  EXPECT_TRUE(server.exited());
+  EXPECT_EQ(server.exit_status(), 0);
+
+  pcfg::lsp::Server rude([](const Json&) {});
+  rude.HandleBody(R"({"jsonrpc":"2.0","method":"exit"})");
+  EXPECT_EQ(rude.exit_status(), 1) << "exit without shutdown";
+}
+
+TEST(Lsp, NegotiatesThePositionEncoding) {
+  Session utf16;
+  EXPECT_EQ(utf16.initialize_reply()["result"]["capabilities"]["positionEncoding"], "utf-16");
+  Session utf8(J(R"({"general": {"positionEncodings": ["utf-8", "utf-16"]}})"));
+  EXPECT_EQ(utf8.initialize_reply()["result"]["capabilities"]["positionEncoding"], "utf-8");
+  utf8.set_utf8();
+  // After "é😀" on line 3: two columns more in UTF-16 units... and five more in bytes.
+  const std::string text = kText + "peripherals { id: \"x\" }  # \xc3\xa9\xf0\x9f\x98\x80 \"cam0\"\n";
+  for (Session* session : {&utf16, &utf8}) {
+    session->Open(text);
+    const Json definition = session->At("textDocument/definition", "peripheral_id: \"cam0\"", 16);
+    EXPECT_EQ(definition["range"], Range(0, 19, 23));
+  }
+  // The hover range of an id after the emoji on its line, in each encoding.
+  const std::string after = "peripherals { id: \"\xc3\xa9\xf0\x9f\x98\x80z\" }\n";
+  utf16.Open(after);
+  utf16.set_text(after);
+  EXPECT_EQ(utf16.At("textDocument/hover", "z")["range"], Range(0, 19, 23));
+  utf8.Open(after);
+  utf8.set_text(after);
+  EXPECT_EQ(utf8.At("textDocument/hover", "z")["range"], Range(0, 19, 26));
+}
+
+TEST(Lsp, DiagnosticsWithRangesRulesAndSuppressions) {
+  Session session(J(R"({"textDocument": {"publishDiagnostics": {"tagSupport": {"valueSet": [1, 2]}}}})"));
+  const std::string text = kText +
+                           "peripherals { id: \"imu1\" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: \"gone\" } }\n"
+                           "peripherals { id: \"imu2\" type: PERIPHERAL_TYPE_IMU }  # pcfg: ignore no-driver -- why not\n";
+  session.Open(text);
+  session.set_text(text);
+  const Json diagnostics = session.Diagnostics();
+  std::map<std::string, Json> by_rule;
+  for (const Json& d : diagnostics) by_rule[d.value("code", "")] = d;
+  ASSERT_TRUE(by_rule.count("dangling-reference")) << diagnostics.dump(1);
+  const Json& dangling = by_rule["dangling-reference"];
+  EXPECT_EQ(dangling["severity"], 1);
+  EXPECT_EQ(dangling["source"], "pcfg");
+  // The range runs from the field's name to the end of its value.
+  const Json start = session.PositionOf("peripheral_id: \"gone\"");
+  EXPECT_EQ(dangling["range"]["start"], start);
+  EXPECT_EQ(dangling["range"]["end"]["character"], start["character"].get<int>() + 21);
+  EXPECT_EQ(by_rule["no-driver"]["severity"], 2);
+  EXPECT_EQ(by_rule["membership-mismatch"]["severity"], 3) << "skipped behind dangling-reference: a note";
+  ASSERT_TRUE(by_rule.count("unused-suppression")) << diagnostics.dump(1);
+  EXPECT_EQ(by_rule["unused-suppression"]["tags"], Json::array({1}));
+  EXPECT_EQ(by_rule.count("no-driver"), 1u) << "the one on line 10 is not suppressed";
+
+  // Text that no longer parses: the syntax error, and the last findings, said to be old. The
+  // ones after the edit move down with their lines.
+  session.Notify("textDocument/didChange", Changes(2, {Edit(Range(0, 0, 0), "peripherals {\n\n")}));
+  const Json broken = session.Diagnostics();
+  ASSERT_GE(broken.size(), 2u) << broken.dump(1);
+  EXPECT_EQ(broken[0].contains("code"), false) << "the syntax error has no rule";
+  bool moved = false;
+  for (const Json& d : broken)
+    if (d.value("code", "") == "dangling-reference") {
+      EXPECT_NE(d["message"].get<std::string>().find("last text that parsed"), std::string::npos);
+      moved = d["range"]["start"]["line"] == start["line"].get<int>() + 2;
+    }
+  EXPECT_TRUE(moved) << broken.dump(1);
+}
+
+TEST(Lsp, IncrementalChangesApplyInOrder) {
+  Session session;
+  session.Open("a: 1\nb: 2\n");
+  session.Notify("textDocument/didChange",
+                 Changes(2, {Edit(Range(1, 3, 4), "20"), Edit(Range(0, 0, 0), "# x\n")}));
+  // The document is now "# x\na: 1\nb: 20\n": formatting would add only the header.
+  session.set_text("# x\na: 1\nb: 20\n");
+  const Json symbols = session.Request("textDocument/formatting", {{"textDocument", {{"uri", kUri}}}});
+  EXPECT_TRUE(symbols.contains("error")) << "a and b are no fields of the configuration: " << symbols.dump();
+  session.Notify("textDocument/didChange", Changes(3, {Whole(kText)}));
+  session.set_text(kText);
+  EXPECT_EQ(session.At("textDocument/definition", "\"cam0\"", 1)["range"], Range(0, 19, 23));
+  session.Diagnostics();
+  EXPECT_EQ(session.sent().back()["params"]["version"], 3);
+}
+
+TEST(Lsp, NavigatesByPeripheralAndTemplateIds) {
+  Session session;
+  session.Open(kText);
+  session.set_text(kText);
+  const Json cam0 = Range(0, 19, 23);
+  // From each kind of reference to its entry, and the template to its defining camera.
+  struct Row {
+    std::string needle;
+    int shift;
+    Json definition;
+  };
+  const Row rows[] = {
+      {"peripheral_id: \"cam0\"", 16, cam0},                     // a dependency
+      {"[\"cam0\"]", 2, cam0},                                  // a member in a list
+      {"peripheral_id: \"cams\"", 16, Range(1, 19, 23)},         // a camera set's own entry
+      {"cameraset_peripheral_ids: \"cams\"", 27, Range(1, 19, 23)},
+      {"template_id: \"tmpl\"", 14, Range(8, 35, 39)},
+      {"\"cam0\" type", 1, cam0},                                // the definition itself
+      {"PERIPHERAL_TYPE_CAMERA", 3, nullptr},                    // no id there
+  };
+  for (const Row& row : rows)
+    EXPECT_EQ(session.At("textDocument/definition", row.needle, row.shift)["range"], row.definition) << row.needle;
+
+  const Json references = session.At("textDocument/references", "\"cam0\"", 1, {{"context", {{"includeDeclaration", false}}}});
+  EXPECT_EQ(references.size(), 3u) << "dependency, set member, physical camera: " << references.dump();
+  const Json highlights = session.At("textDocument/documentHighlight", "\"cam0\"", 1);
+  ASSERT_EQ(highlights.size(), 4u);
+  EXPECT_EQ(highlights[0]["kind"], 3) << "the definition is written";
+  EXPECT_EQ(highlights[1]["kind"], 2);
+
+  EXPECT_EQ(session.At("textDocument/prepareRename", "\"tmpl\"", 2),
+            Json({{"range", Range(8, 35, 39)}, {"placeholder", "tmpl"}}));
+  const Json rename = session.At("textDocument/rename", "\"cam0\"", 1, {{"newName", "front\"cam"}});
+  const Json edits = rename["changes"][kUri];
+  ASSERT_EQ(edits.size(), 4u);
+  for (const Json& edit : edits) EXPECT_EQ(edit["newText"], "front\\\"cam");
+  EXPECT_TRUE(session.Request("textDocument/rename", {{"textDocument", {{"uri", kUri}}},
+                                                     {"position", {{"line", 4}, {"character", 3}}},
+                                                     {"newName", "x"}})
+                  .contains("error"));
+}
+
+TEST(Lsp, SymbolsHoverAndCompletionFromTheSchema) {
+  Session session(J(R"({"textDocument": {"documentSymbol": {"hierarchicalDocumentSymbolSupport": true},
+                                          "hover": {"contentFormat": ["markdown"]},
+                                          "completion": {"completionItem": {"snippetSupport": true}}}})"));
+  session.Open(kText);
+  session.set_text(kText);
+  const Json symbols = session.Request("textDocument/documentSymbol", {{"textDocument", {{"uri", kUri}}}})["result"];
+  ASSERT_EQ(symbols.size(), 3u) << symbols.dump(1);
+  EXPECT_EQ(symbols[0]["name"], "peripherals");
+  EXPECT_EQ(symbols[0]["children"].size(), 3u);
+  EXPECT_EQ(symbols[0]["children"][2]["name"], "imu0");
+  EXPECT_EQ(symbols[0]["children"][2]["detail"], "PERIPHERAL_TYPE_IMU");
+  EXPECT_EQ(symbols[2]["children"][0]["detail"], "template");
+
+  const auto hover = [&](const std::string& needle, int shift) {
+    const Json result = session.At("textDocument/hover", needle, shift);
+    return result.is_null() ? std::string() : result["contents"]["value"].get<std::string>();
+  };
+  EXPECT_NE(hover("\"cam0\" type", 1).find("referred to 3 times"), std::string::npos) << hover("\"cam0\" type", 1);
+  EXPECT_NE(hover("\"cam0\" type", 1).find("brought up 1 of 3"), std::string::npos);
+  EXPECT_NE(hover("template_id", 2).find("string template_id = 3;"), std::string::npos) << hover("template_id", 2);
+  EXPECT_NE(hover("PERIPHERAL_TYPE_IMU", 2).find("`PERIPHERAL_TYPE_IMU = 5`"), std::string::npos);
+  EXPECT_EQ(hover("{ id", 0), "");
+
+  const auto labels = [&](const Json& position) {
+    std::vector<std::string> found;
+    const Json result = session.Request("textDocument/completion", {{"textDocument", {{"uri", kUri}}}, {"position", position}});
+    for (const Json& item : result["result"]["items"]) found.push_back(item["label"]);
+    return found;
+  };
+  const auto has = [](const std::vector<std::string>& all, const std::string& one) {
+    return std::find(all.begin(), all.end(), one) != all.end();
+  };
+  // In imu0's entry: no second id or type, dependencies (repeated) still.
+  const std::vector<std::string> fields = labels(session.PositionOf("  dependencies"));
+  EXPECT_FALSE(has(fields, "id"));
+  EXPECT_FALSE(has(fields, "type"));
+  EXPECT_TRUE(has(fields, "dependencies"));
+  // After "type: " the values of PeripheralType; after a reference's ':' the ids of its kind.
+  EXPECT_TRUE(has(labels(session.PositionOf("PERIPHERAL_TYPE_IMU")), "PERIPHERAL_TYPE_FPGA"));
+  const std::vector<std::string> sets = labels(session.PositionOf("\"cams\" }"));
+  EXPECT_EQ(sets, std::vector<std::string>{"cams"}) << "only the camera sets";
+}
+
+TEST(Lsp, FormattingKeepsCommentsAndRefusesWhatWouldChange) {
+  Session session;
+  const std::string messy = "peripherals {   id: \"a\"   # keep\n}\n\n\n\nperipherals {id: \"b\"}\n";
+  session.Open(messy);
+  session.set_text(messy);
+  const Json edits = session.Request("textDocument/formatting", {{"textDocument", {{"uri", kUri}}}})["result"];
+  ASSERT_TRUE(edits.is_array()) << edits.dump();
+  EXPECT_EQ(edits[0]["range"], Range(0, 0, 0)) << "the header goes first";
+  std::string all;
+  for (const Json& edit : edits) all += edit["newText"].get<std::string>();
+  EXPECT_NE(all.find("id: \"a\"  # keep"), std::string::npos) << all;
+  // Only the lines asked for.
+  const Json range =
+      session.Request("textDocument/rangeFormatting", {{"textDocument", {{"uri", kUri}}}, {"range", Range(5, 0, 3)}})["result"];
+  ASSERT_EQ(range.size(), 1u) << range.dump();
+  EXPECT_EQ(range[0]["newText"], "peripherals { id: \"b\" }\n");
+  session.Notify("textDocument/didChange", Changes(2, {Whole("peripherals { id: ")}));
+  EXPECT_EQ(session.Request("textDocument/formatting", {{"textDocument", {{"uri", kUri}}}})["error"]["code"], -32803);
+}
+
+TEST(Lsp, CancelledAndOutdatedRequestsAreAnsweredSo) {
+  Session session;
+  session.Open(kText);
+  const Json hover = {{"textDocument", {{"uri", kUri}}}, {"position", {{"line", 0}, {"character", 20}}}};
+  const auto ask = [&](int id) {
+    session.server().Handle({{"jsonrpc", "2.0"}, {"id", id}, {"method", "textDocument/hover"}, {"params", hover}});
+    return session.sent().back();
+  };
+  session.server().Cancel(7);
+  EXPECT_EQ(ask(7)["error"]["code"], -32800);
+  EXPECT_FALSE(ask(7).contains("error")) << "a cancellation is used once";
+  session.server().DocumentChanging(kUri);
+  EXPECT_EQ(ask(8)["error"]["code"], -32801);
+  session.Notify("textDocument/didChange", Changes(2, {Whole(kText)}));
+  EXPECT_FALSE(ask(9).contains("error")) << "the change has come";
+}
+
+TEST(Lsp, FramingSurvivesWhatThePeerSends) {
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  const std::string body = R"({"a":1})";
+  const std::string input = "Content-Length: 7\r\n\r\n" + body +                 // a message
+                            "Content-Type: x\r\n\r\n" +                          // no length
+                            "content-length:  7 \r\nX: y\r\n\r\n" + body +      // any case, blanks
+                            "Content-Length: 99999999999\r\n\r\n" + "abc";    // past the limit, cut off
+  ASSERT_EQ(write(fds[1], input.data(), input.size()), static_cast<ssize_t>(input.size()));
+  close(fds[1]);
+  pcfg::lsp::MessageReader reader(fds[0]);
+  std::string got;
+  using Result = pcfg::lsp::MessageReader::Result;
+  EXPECT_EQ(reader.Next(&got), Result::kMessage);
+  EXPECT_EQ(got, body);
+  EXPECT_EQ(reader.Next(&got), Result::kMalformed);
+  EXPECT_EQ(reader.Next(&got), Result::kMessage);
+  EXPECT_EQ(got, body);
+  EXPECT_EQ(reader.Next(&got), Result::kEnd);
+  close(fds[0]);
+}
+
+}  // namespace

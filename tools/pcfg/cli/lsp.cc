@@ -1,0 +1,37 @@
+// pcfg lsp: the language server, over standard input and output.
+#include <signal.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <iostream>
+
+#include "common.h"
+#include "server.h"
+
+namespace pcfg::cli {
+
+void AddLspCommand(CLI::App& app, int& exit_status) {
+  CLI::App* command = app.add_subcommand("lsp", "Serve editors: the Language Server Protocol over stdin/stdout");
+  command->footer(
+      "Speaks the Language Server Protocol (3.17) on standard input and output for text\n"
+      "configurations (.txtpb, .textproto, .pbtxt): every rule's findings as you type, go to\n"
+      "definition, references, highlights and rename for peripheral and template ids, hover,\n"
+      "completion from the schema, document symbols, formatting and range formatting that keep\n"
+      "every comment. Editors start it themselves; see the README for Neovim, Vim, Emacs and\n"
+      "VS Code. Nothing but the protocol goes to standard output; the server ends when the\n"
+      "client says exit, when its input ends, or when the process that started it does.\n"
+      "Exit status: 0 after shutdown and exit, 1 otherwise.");
+  command->callback([&exit_status] {
+    // The editor that started the server may die without a word: end with it.
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() == 1) {
+      exit_status = 1;
+      return;
+    }
+    signal(SIGPIPE, SIG_IGN);
+    std::cout.flush();
+    exit_status = lsp::RunLanguageServer(STDIN_FILENO, STDOUT_FILENO);
+  });
+}
+
+}  // namespace pcfg::cli

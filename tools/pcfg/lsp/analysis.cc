@@ -1,0 +1,40 @@
+#include "analysis.h"
+
+#include <algorithm>
+
+#include "checks.h"
+
+namespace pcfg::lsp {
+
+Analysis::Analysis(const std::string& file, const std::string& text) {
+  parsed_ = ParseConfig(file, Format::kText, text, &loaded_, &diagnostics_);
+  if (parsed_) {
+    CheckOptions options;
+    // Enough to show every finding a person fixes by hand; a note says how many more a rule has.
+    options.max_per_rule = 1000;
+    diagnostics_ = RunChecks(loaded_, options);
+  }
+  ids_ = std::make_unique<IdIndex>(tree());
+}
+
+std::pair<uint32_t, uint32_t> Analysis::Span(const Diagnostic& diagnostic) const {
+  const syntax::SyntaxTree& syntax = tree();
+  if (diagnostic.line <= 0) return {0, 0};
+  const uint32_t begin = syntax.OffsetAtTokenizerColumn(diagnostic.line, std::max(diagnostic.column, 1));
+  if (diagnostic.end_line > 0) {
+    const uint32_t end = syntax.OffsetAtTokenizerColumn(diagnostic.end_line, diagnostic.end_column);
+    if (end >= begin) return {begin, end};
+  }
+  // The token that starts there, or the rest of a blank stretch up to the line's end.
+  const std::vector<syntax::Token>& tokens = syntax.tokens();
+  const auto token = std::upper_bound(tokens.begin(), tokens.end(), begin,
+                                      [](uint32_t at, const syntax::Token& t) { return at < t.end; });
+  if (token == tokens.end()) return {begin, begin};
+  if (token->kind == syntax::TokenKind::kSpace) {
+    const size_t line_end = text().find('\n', begin);
+    return {begin, static_cast<uint32_t>(std::min(line_end, text().size()))};
+  }
+  return {begin, token->end};
+}
+
+}  // namespace pcfg::lsp

@@ -1,0 +1,40 @@
+// What the language server knows of one version of a document: the syntax tree (for any text),
+// the configuration when protobuf reads the text, the findings of every rule, and the index of
+// ids. Worked out once per version and shared by every request on it.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "diagnostics.h"
+#include "id_index.h"
+#include "loader.h"
+
+namespace pcfg::lsp {
+
+class Analysis {
+ public:
+  // FILE names the document in messages; TEXT is copied.
+  Analysis(const std::string& file, const std::string& text);
+
+  const LoadedConfig& loaded() const { return loaded_; }
+  const std::string& text() const { return loaded_.raw; }
+  const syntax::SyntaxTree& tree() const { return loaded_.Syntax(); }
+  const IdIndex& ids() const { return *ids_; }
+  bool parsed() const { return parsed_; }
+  // Why protobuf does not read the text (when it does not), then the rules' findings (when it
+  // does), suppressed ones marked.
+  const std::vector<Diagnostic>& diagnostics() const { return diagnostics_; }
+
+  // The bytes a diagnostic is about: from its start to its end, or the token at its start.
+  std::pair<uint32_t, uint32_t> Span(const Diagnostic& diagnostic) const;
+
+ private:
+  LoadedConfig loaded_;
+  bool parsed_ = false;
+  std::vector<Diagnostic> diagnostics_;
+  std::unique_ptr<IdIndex> ids_;
+};
+
+}  // namespace pcfg::lsp

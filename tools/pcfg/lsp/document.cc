@@ -1,0 +1,79 @@
+#include "document.h"
+
+#include <algorithm>
+
+namespace pcfg::lsp {
+
+Document::Document(std::string uri, std::string text, int version)
+    : uri_(std::move(uri)), text_(std::move(text)), version_(version) {
+  IndexLines();
+}
+
+void Document::IndexLines() {
+  line_starts_.assign(1, 0);
+  continuations_.clear();
+  four_byte_leads_.clear();
+  for (uint32_t at = 0; at < text_.size(); ++at) {
+    const unsigned char byte = static_cast<unsigned char>(text_[at]);
+    if (byte == '\n') line_starts_.push_back(at + 1);
+    if (byte < 0x80) continue;
+    if ((byte & 0xC0) == 0x80) continuations_.push_back(at);
+    if (byte >= 0xF0) four_byte_leads_.push_back(at);
+  }
+}
+
+uint32_t Document::Offset(Position position, PositionEncoding encoding) const {
+  if (position.line < 0) return 0;
+  if (static_cast<size_t>(position.line) >= line_starts_.size()) return static_cast<uint32_t>(text_.size());
+  const uint32_t start = line_starts_[static_cast<size_t>(position.line)];
+  uint32_t end = static_cast<size_t>(position.line) + 1 < line_starts_.size()
+                     ? line_starts_[static_cast<size_t>(position.line) + 1] - 1
+                     : static_cast<uint32_t>(text_.size());
+  if (end > start && text_[end - 1] == '\r') --end;
+  if (encoding == PositionEncoding::kUtf8)
+    return std::min<uint32_t>(start + static_cast<uint32_t>(std::max(position.character, 0)), end);
+  // Characters in UTF-16 units: one per UTF-8 sequence, two for a sequence of four bytes. A
+  // position inside a surrogate pair stands before the character.
+  int units = 0;
+  uint32_t at = start;
+  while (at < end && units < position.character) {
+    const unsigned char lead = static_cast<unsigned char>(text_[at]);
+    const uint32_t length = lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+    const int width = length == 4 ? 2 : 1;
+    if (units + width > position.character) break;
+    units += width;
+    at = std::min(at + length, end);
+  }
+  return at;
+}
+
+Position Document::PositionOf(uint32_t offset, PositionEncoding encoding) const {
+  offset = std::min<uint32_t>(offset, static_cast<uint32_t>(text_.size()));
+  const auto after = std::upper_bound(line_starts_.begin(), line_starts_.end(), offset);
+  const uint32_t start = *(after - 1);
+  Position position;
+  position.line = static_cast<int>(after - line_starts_.begin()) - 1;
+  if (encoding == PositionEncoding::kUtf8) {
+    position.character = static_cast<int>(offset - start);
+    return position;
+  }
+  const auto count = [&](const std::vector<uint32_t>& at) {
+    return static_cast<int>(std::lower_bound(at.begin(), at.end(), offset) - std::lower_bound(at.begin(), at.end(), start));
+  };
+  position.character = static_cast<int>(offset - start) - count(continuations_) + count(four_byte_leads_);
+  return position;
+}
+
+bool Document::Change(const std::optional<Range>& range, const std::string& text, PositionEncoding encoding) {
+  if (!range) {
+    text_ = text;
+  } else {
+    const uint32_t begin = Offset(range->start, encoding), end = Offset(range->end, encoding);
+    if (end < begin) return false;
+    text_.replace(begin, end - begin, text);
+  }
+  IndexLines();
+  return true;
+}
+
+}  // namespace pcfg::lsp

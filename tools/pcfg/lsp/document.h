@@ -1,0 +1,53 @@
+// An open text document of the editor: its text, version and the positions of the protocol, which
+// count lines from 0 and characters in UTF-16 code units, or in bytes when both sides agree to.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace pcfg::lsp {
+
+enum class PositionEncoding { kUtf16, kUtf8 };
+
+struct Position {
+  int line = 0;
+  int character = 0;
+};
+
+struct Range {
+  Position start, end;
+};
+
+class Document {
+ public:
+  Document(std::string uri, std::string text, int version);
+
+  const std::string& uri() const { return uri_; }
+  const std::string& text() const { return text_; }
+  int version() const { return version_; }
+
+  // The byte at POSITION: a position past the end of its line stands at the line's end, one past
+  // the last line at the end of the text (as the protocol asks).
+  uint32_t Offset(Position position, PositionEncoding encoding) const;
+  Position PositionOf(uint32_t offset, PositionEncoding encoding) const;
+  Range RangeOf(uint32_t begin, uint32_t end, PositionEncoding encoding) const {
+    return {PositionOf(begin, encoding), PositionOf(end, encoding)};
+  }
+
+  // Replaces RANGE (all of the text when absent) with TEXT; false when the range is backwards.
+  bool Change(const std::optional<Range>& range, const std::string& text, PositionEncoding encoding);
+  void set_version(int version) { version_ = version; }
+
+ private:
+  void IndexLines();
+  std::string uri_;
+  std::string text_;
+  int version_;
+  std::vector<uint32_t> line_starts_;
+  // UTF-8 continuation bytes (no UTF-16 unit) and four-byte leads (two), for O(log n) columns.
+  std::vector<uint32_t> continuations_, four_byte_leads_;
+};
+
+}  // namespace pcfg::lsp

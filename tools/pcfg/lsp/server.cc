@@ -1,0 +1,669 @@
+#include "server.h"
+
+#include <google/protobuf/stubs/strutil.h>
+
+#include <algorithm>
+#include <climits>
+#include <condition_variable>
+#include <deque>
+#include <thread>
+
+#include "schema_help.h"
+#include "text_formatting.h"
+#include "text_layout.h"
+#include "transport.h"
+
+namespace pcfg::lsp {
+namespace {
+
+// JSON-RPC and protocol error codes.
+constexpr int kParseError = -32700;
+constexpr int kInvalidRequest = -32600;
+constexpr int kMethodNotFound = -32601;
+constexpr int kInvalidParams = -32602;
+constexpr int kServerNotInitialized = -32002;
+constexpr int kRequestFailed = -32803;
+constexpr int kContentModified = -32801;
+constexpr int kRequestCancelled = -32800;
+
+// The path a file: URI names, for messages; other URIs as they are.
+std::string FileOf(const std::string& uri) {
+  if (uri.rfind("file://", 0) != 0) return uri;
+  std::string path;
+  for (size_t i = 7; i < uri.size(); ++i) {
+    if (uri[i] == '%' && i + 2 < uri.size() && isxdigit(static_cast<unsigned char>(uri[i + 1])) &&
+        isxdigit(static_cast<unsigned char>(uri[i + 2]))) {
+      path += static_cast<char>(std::stoi(uri.substr(i + 1, 2), nullptr, 16));
+      i += 2;
+    } else {
+      path += uri[i];
+    }
+  }
+  return path;
+}
+
+Position PositionFrom(const Json& position) {
+  return {position.at("line").get<int>(), position.at("character").get<int>()};
+}
+
+Json PositionJson(Position position) { return {{"line", position.line}, {"character", position.character}}; }
+
+int SeverityOf(Severity severity) {
+  switch (severity) {
+    case Severity::kError:
+      return 1;
+    case Severity::kWarning:
+      return 2;
+    case Severity::kNote:
+      return 3;
+  }
+  return 1;
+}
+
+// An id as the text format writes it inside quotes.
+std::string Quoted(const std::string& id) { return google::protobuf::CEscape(id); }
+
+}  // namespace
+
+Server::Server(Send send) : send_(std::move(send)) {}
+Server::~Server() = default;
+
+const std::map<std::string, Server::Method>& Server::Methods() {
+  static const std::map<std::string, Method> methods = {
+      {"initialize", {&Server::Initialize, false}},
+      {"initialized", {&Server::Ignore, false}},
+      {"shutdown", {&Server::Shutdown, false}},
+      {"textDocument/didOpen", {&Server::DidOpen, false}},
+      {"textDocument/didChange", {&Server::DidChange, false}},
+      {"textDocument/didClose", {&Server::DidClose, false}},
+      {"textDocument/didSave", {&Server::Ignore, false}},
+      {"workspace/didChangeConfiguration", {&Server::Ignore, false}},
+      {"textDocument/definition", {&Server::Definition, true}},
+      {"textDocument/references", {&Server::References, true}},
+      {"textDocument/documentHighlight", {&Server::Highlight, true}},
+      {"textDocument/prepareRename", {&Server::PrepareRename, true}},
+      {"textDocument/rename", {&Server::Rename, true}},
+      {"textDocument/documentSymbol", {&Server::Symbols, true}},
+      {"textDocument/formatting", {&Server::Formatting, true}},
+      {"textDocument/rangeFormatting", {&Server::RangeFormatting, true}},
+      {"textDocument/hover", {&Server::Hover, true}},
+      {"textDocument/completion", {&Server::Completion, true}},
+  };
+  return methods;
+}
+
+void Server::Reply(const Json& id, Json result) {
+  send_({{"jsonrpc", "2.0"}, {"id", id}, {"result", std::move(result)}});
+}
+
+void Server::ReplyError(const Json& id, int code, const std::string& message) {
+  send_({{"jsonrpc", "2.0"}, {"id", id}, {"error", {{"code", code}, {"message", message}}}});
+}
+
+void Server::Cancel(const Json& id) {
+  std::lock_guard<std::mutex> lock(interrupts_mutex_);
+  cancelled_.insert(id.dump());
+}
+
+void Server::DocumentChanging(const std::string& uri) {
+  std::lock_guard<std::mutex> lock(interrupts_mutex_);
+  ++changing_[uri];
+}
+
+void Server::HandleBody(const std::string& body) {
+  if (body == kMalformedHeader) return ReplyError(nullptr, kParseError, "a message header without a Content-Length");
+  if (body == kTooLarge)
+    return ReplyError(nullptr, kParseError,
+                      "a message over " + std::to_string(kMaxMessageBytes >> 20) + " MiB, not read");
+  Json message = Json::parse(body, nullptr, /*allow_exceptions=*/false);
+  if (message.is_discarded()) return ReplyError(nullptr, kParseError, "the message is not JSON");
+  Handle(message);
+}
+
+void Server::Handle(const Json& message) {
+  if (!message.is_object() || !message.contains("method") || !message["method"].is_string()) {
+    // A reply to a request of ours (we send none) or something that is no message at all.
+    if (message.is_object() && (message.contains("result") || message.contains("error"))) return;
+    const Json id = message.is_object() && message.contains("id") ? message["id"] : Json(nullptr);
+    return ReplyError(id, kInvalidRequest, "not a JSON-RPC request or notification");
+  }
+  const std::string method = message["method"];
+  const bool request = message.contains("id");
+  const Json id = request ? message["id"] : Json(nullptr);
+  if (request && !id.is_string() && !id.is_number_integer())
+    return ReplyError(nullptr, kInvalidRequest, "a request id is a number or a string");
+  const Json params = message.contains("params") ? message["params"] : Json::object();
+
+  if (method == "exit") {
+    exited_ = true;
+    return;
+  }
+  if (method == "textDocument/didChange" && params.is_object() && params.contains("textDocument")) {
+    std::lock_guard<std::mutex> lock(interrupts_mutex_);
+    const auto it = changing_.find(params["textDocument"].value("uri", ""));
+    if (it != changing_.end() && --it->second <= 0) changing_.erase(it);
+  }
+  if (!initialized_ && method != "initialize") {
+    if (request) ReplyError(id, kServerNotInitialized, "initialize first");
+    return;
+  }
+  if (shut_down_ && request) return ReplyError(id, kInvalidRequest, "the server is shut down");
+  const auto found = Methods().find(method);
+  if (found == Methods().end()) {
+    // Notifications the server does not know are dropped, as are "$/" ones it need not answer.
+    if (request) ReplyError(id, kMethodNotFound, "pcfg does not handle " + method);
+    return;
+  }
+  if (request) {
+    std::lock_guard<std::mutex> lock(interrupts_mutex_);
+    if (cancelled_.erase(id.dump()) != 0) {
+      ReplyError(id, kRequestCancelled, "cancelled");
+      return;
+    }
+    if (found->second.needs_document && params.is_object() && params.contains("textDocument") &&
+        params["textDocument"].is_object() && changing_.count(params["textDocument"].value("uri", "")) != 0) {
+      ReplyError(id, kContentModified, "the document changed");
+      return;
+    }
+  }
+  try {
+    Json result = (this->*found->second.handler)(params);
+    if (request) Reply(id, std::move(result));
+  } catch (const Json::exception& e) {
+    if (request) ReplyError(id, kInvalidParams, std::string("invalid params: ") + e.what());
+  } catch (const std::runtime_error& e) {
+    if (request) ReplyError(id, kRequestFailed, e.what());
+  }
+}
+
+// ---- Life cycle ----
+
+Json Server::Initialize(const Json& params) {
+  if (initialized_) throw std::runtime_error("initialize was already called");
+  initialized_ = true;
+  const Json capabilities = params.value("capabilities", Json::object());
+  const Json general = capabilities.value("general", Json::object());
+  for (const Json& encoding : general.value("positionEncodings", Json::array()))
+    if (encoding == "utf-8") encoding_ = PositionEncoding::kUtf8;
+  const Json text_document = capabilities.value("textDocument", Json::object());
+  client_.hierarchical_symbols =
+      text_document.value("documentSymbol", Json::object()).value("hierarchicalDocumentSymbolSupport", false);
+  client_.snippets = text_document.value("completion", Json::object())
+                         .value("completionItem", Json::object())
+                         .value("snippetSupport", false);
+  const Json tags = text_document.value("publishDiagnostics", Json::object()).value("tagSupport", Json::object());
+  for (const Json& tag : tags.value("valueSet", Json::array())) client_.unnecessary_tag |= tag == 1;
+  for (const Json& format :
+       text_document.value("hover", Json::object()).value("contentFormat", Json::array()))
+    client_.markdown |= format == "markdown";
+
+  Json server_capabilities = {
+      {"positionEncoding", encoding_ == PositionEncoding::kUtf8 ? "utf-8" : "utf-16"},
+      {"textDocumentSync", {{"openClose", true}, {"change", 2}}},
+      {"definitionProvider", true},
+      {"referencesProvider", true},
+      {"documentHighlightProvider", true},
+      {"renameProvider", {{"prepareProvider", true}}},
+      {"documentSymbolProvider", true},
+      {"documentFormattingProvider", true},
+      {"documentRangeFormattingProvider", true},
+      {"hoverProvider", true},
+      {"completionProvider", {{"triggerCharacters", {":", " ", "\""}}}},
+  };
+  return {{"capabilities", server_capabilities}, {"serverInfo", {{"name", "pcfg"}, {"version", PCFG_VERSION}}}};
+}
+
+Json Server::Shutdown(const Json&) {
+  shut_down_ = true;
+  return nullptr;
+}
+
+Json Server::Ignore(const Json&) { return nullptr; }
+
+// ---- Documents ----
+
+Json Server::DidOpen(const Json& params) {
+  const Json& item = params.at("textDocument");
+  const std::string uri = item.at("uri");
+  OpenDocument& open = documents_[uri];
+  open.document = std::make_unique<Document>(uri, item.at("text").get<std::string>(), item.value("version", 0));
+  open.analysis.reset();
+  open.last_good = Json::array();
+  open.publish = true;
+  return nullptr;
+}
+
+Json Server::DidChange(const Json& params) {
+  OpenDocument* open = Find(params);
+  if (open == nullptr) return nullptr;  // a change to a document not open: nothing to apply it to
+  Document& document = *open->document;
+  for (const Json& change : params.at("contentChanges")) {
+    std::optional<Range> range;
+    if (change.contains("range")) {
+      range = Range{PositionFrom(change["range"].at("start")), PositionFrom(change["range"].at("end"))};
+      // Findings of the last text that parsed move with the lines; those the change touches go.
+      const int removed = range->end.line - range->start.line;
+      const std::string& text = change.at("text").get_ref<const std::string&>();
+      const int delta = static_cast<int>(std::count(text.begin(), text.end(), '\n')) - removed;
+      Json kept = Json::array();
+      for (Json& finding : open->last_good) {
+        Json& r = finding["range"];
+        const int start = r["start"]["line"], end = r["end"]["line"];
+        if (end < range->start.line) {
+          kept.push_back(std::move(finding));
+        } else if (start > range->end.line) {
+          r["start"]["line"] = start + delta;
+          r["end"]["line"] = end + delta;
+          kept.push_back(std::move(finding));
+        }
+      }
+      open->last_good = std::move(kept);
+    }
+    if (!document.Change(range, change.at("text").get<std::string>(), encoding_))
+      throw std::runtime_error("a change whose range ends before it starts");
+  }
+  document.set_version(params.at("textDocument").value("version", document.version()));
+  open->analysis.reset();
+  open->publish = true;
+  return nullptr;
+}
+
+Json Server::DidClose(const Json& params) {
+  const std::string uri = params.at("textDocument").at("uri");
+  if (documents_.erase(uri) != 0)
+    send_({{"jsonrpc", "2.0"},
+           {"method", "textDocument/publishDiagnostics"},
+           {"params", {{"uri", uri}, {"diagnostics", Json::array()}}}});
+  return nullptr;
+}
+
+Server::OpenDocument* Server::Find(const Json& params) {
+  const auto it = documents_.find(params.at("textDocument").at("uri").get<std::string>());
+  return it == documents_.end() ? nullptr : &it->second;
+}
+
+const Analysis& Server::AnalysisOf(OpenDocument& open) {
+  if (!open.analysis)
+    open.analysis = std::make_shared<Analysis>(FileOf(open.document->uri()), open.document->text());
+  return *open.analysis;
+}
+
+Json Server::RangeJson(const Document& document, uint32_t begin, uint32_t end) const {
+  const Range range = document.RangeOf(begin, end, encoding_);
+  return {{"start", PositionJson(range.start)}, {"end", PositionJson(range.end)}};
+}
+
+Json Server::LocationOf(const Document& document, uint32_t begin, uint32_t end) const {
+  return {{"uri", document.uri()}, {"range", RangeJson(document, begin, end)}};
+}
+
+// ---- Diagnostics ----
+
+Json Server::DiagnosticsOf(OpenDocument& open) {
+  const Analysis& analysis = AnalysisOf(open);
+  const Document& document = *open.document;
+  Json found = Json::array();
+  for (const Diagnostic& d : analysis.diagnostics()) {
+    if (d.suppressed) continue;
+    const auto [begin, end] = analysis.Span(d);
+    Json diagnostic = {{"range", RangeJson(document, begin, end)},
+                       {"severity", SeverityOf(d.severity)},
+                       {"source", "pcfg"},
+                       {"message", (d.path.empty() ? "" : d.path + ": ") + d.message}};
+    if (!d.rule.empty()) diagnostic["code"] = d.rule;
+    if (d.rule == "unused-suppression" && client_.unnecessary_tag) diagnostic["tags"] = {1};
+    found.push_back(std::move(diagnostic));
+  }
+  if (analysis.parsed()) {
+    open.last_good = found;
+    return found;
+  }
+  // While the text does not parse, the findings of the last text that did stay, said to be so.
+  for (Json finding : open.last_good) {
+    std::string message = finding["message"];
+    const std::string stale = " (found in the last text that parsed)";
+    if (message.size() < stale.size() || message.compare(message.size() - stale.size(), stale.size(), stale) != 0)
+      finding["message"] = message + stale;
+    found.push_back(std::move(finding));
+  }
+  return found;
+}
+
+void Server::PublishPending() {
+  for (auto& [uri, open] : documents_) {
+    if (!open.publish) continue;
+    open.publish = false;
+    Json params = {{"uri", uri}, {"diagnostics", DiagnosticsOf(open)}};
+    params["version"] = open.document->version();
+    send_({{"jsonrpc", "2.0"}, {"method", "textDocument/publishDiagnostics"}, {"params", std::move(params)}});
+  }
+}
+
+// ---- Navigation by id ----
+
+namespace {
+
+struct Target {
+  const IdOccurrence* occurrence = nullptr;
+};
+
+const IdOccurrence* OccurrenceAt(const Analysis& analysis, const Document& document, const Json& params,
+                                 PositionEncoding encoding) {
+  return analysis.ids().At(document.Offset(PositionFrom(params.at("position")), encoding));
+}
+
+}  // namespace
+
+Json Server::Definition(const Json& params) {
+  OpenDocument* open = Find(params);
+  if (open == nullptr) return nullptr;
+  const Analysis& analysis = AnalysisOf(*open);
+  const IdOccurrence* at = OccurrenceAt(analysis, *open->document, params, encoding_);
+  if (at == nullptr) return nullptr;
+  const IdOccurrence* definition = analysis.ids().Definition(at->space, at->id);
+  if (definition == nullptr) return nullptr;
+  return LocationOf(*open->document, definition->begin, definition->end);
+}
+
+Json Server::References(const Json& params) {
+  OpenDocument* open = Find(params);
+  if (open == nullptr) return nullptr;
+  const Analysis& analysis = AnalysisOf(*open);
+  const IdOccurrence* at = OccurrenceAt(analysis, *open->document, params, encoding_);
+  if (at == nullptr) return nullptr;
+  const bool declarations = params.value("context", Json::object()).value("includeDeclaration", true);
+  Json locations = Json::array();
+  for (const IdOccurrence* o : analysis.ids().All(at->space, at->id))
+    if (declarations || !o->definition) locations.push_back(LocationOf(*open->document, o->begin, o->end));
+  return locations;
+}
+
+Json Server::Highlight(const Json& params) {
+  OpenDocument* open = Find(params);
+  if (open == nullptr) return nullptr;
+  const Analysis& analysis = AnalysisOf(*open);
+  const IdOccurrence* at = OccurrenceAt(analysis, *open->document, params, encoding_);
+  if (at == nullptr) return nullptr;
+  Json highlights = Json::array();
+  for (const IdOccurrence* o : analysis.ids().All(at->space, at->id))
+    highlights.push_back({{"range", RangeJson(*open->document, o->begin, o->end)}, {"kind", o->definition ? 3 : 2}});
+  return highlights;
+}
+
+Json Server::PrepareRename(const Json& params) {
+  OpenDocument* open = Find(params);
+  if (open == nullptr) return nullptr;
+  const Analysis& analysis = AnalysisOf(*open);
+  const IdOccurrence* at = OccurrenceAt(analysis, *open->document, params, encoding_);
+  if (at == nullptr) return nullptr;
+  return {{"range", RangeJson(*open->document, at->begin, at->end)}, {"placeholder", at->id}};
+}
+
+Json Server::Rename(const Json& params) {
+  OpenDocument* open = Find(params);
+  if (open == nullptr) return nullptr;
+  const Analysis& analysis = AnalysisOf(*open);
+  const IdOccurrence* at = OccurrenceAt(analysis, *open->document, params, encoding_);
+  if (at == nullptr) throw std::runtime_error("no peripheral id or template id here to rename");
+  const std::string name = params.at("newName");
+  if (name.empty()) throw std::runtime_error("an id cannot be empty");
+  Json edits = Json::array();
+  for (const IdOccurrence* o : analysis.ids().All(at->space, at->id)) {
+    // A plain string is renamed inside its quotes; one written in pieces or with escapes, whole.
+    edits.push_back({{"range", RangeJson(*open->document, o->begin, o->end)},
+                     {"newText", o->simple ? Quoted(name) : "\"" + Quoted(name) + "\""}});
+  }
+  return {{"changes", {{open->document->uri(), edits}}}};
+}
+
+// ---- Symbols ----
+
+Json Server::Symbols(const Json& params) {
+  OpenDocument* open = Find(params);
+  if (open == nullptr) return nullptr;
+  const Analysis& analysis = AnalysisOf(*open);
+  const syntax::SyntaxTree& tree = analysis.tree();
+  const Document& document = *open->document;
+  // The entries of the lists people navigate by, under one symbol per list.
+  struct ListKind {
+    const char* list;
+    int kind;  // SymbolKind
+  };
+  static const ListKind kLists[] = {{"peripherals", 5},      {"physical_cameras", 10},     {"camera_sets", 23},
+                                    {"logical_cameras", 11}, {"camera_stream_configs", 8}, {"system_options", 19},
+                                    {"device_info", 19}};
+  std::map<int32_t, const IdOccurrence*> id_of_entry;
+  for (const IdOccurrence& o : analysis.ids().occurrences())
+    if (o.key) id_of_entry.emplace(o.entry, &o);
+
+  Json groups = Json::array(), flat = Json::array();
+  std::map<std::string, size_t> group_of;
+  for (const int32_t child : tree.ChildrenOf(tree.root())) {
+    const syntax::Node& field = tree.node(child);
+    if (field.kind != syntax::NodeKind::kField || field.first_child < 0) continue;
+    const std::string name = tree.Name(field);
+    const ListKind* list = nullptr;
+    for (const ListKind& row : kLists)
+      if (name == row.list) list = &row;
+    if (list == nullptr) continue;
+    const uint32_t begin = tree.tokens()[field.first].begin, end = tree.tokens()[field.end - 1].end;
+    const auto entry_symbol = [&](int32_t entry, uint32_t entry_begin) {
+      const auto id = id_of_entry.find(entry);
+      const bool is_template = id != id_of_entry.end() && id->second->space == IdSpace::kTemplate;
+      std::string label = id != id_of_entry.end() ? id->second->id : name;
+      std::string detail = id != id_of_entry.end() ? id->second->kind : "";
+      if (is_template) detail = "template";
+      const uint32_t entry_end = tree.tokens()[tree.node(entry).end - 1].end;
+      const Json selection = id != id_of_entry.end() ? RangeJson(document, id->second->begin, id->second->end)
+                                                     : RangeJson(document, entry_begin, entry_begin);
+      if (client_.hierarchical_symbols)
+        return Json{{"name", label.empty() ? "\"\"" : label}, {"detail", detail}, {"kind", list->kind},
+                    {"range", RangeJson(document, entry_begin, entry_end)}, {"selectionRange", selection}};
+      return Json{{"name", label.empty() ? "\"\"" : label},
+                  {"kind", list->kind},
+                  {"location", LocationOf(document, entry_begin, entry_end)},
+                  {"containerName", name}};
+    };
+    const syntax::Node& value = tree.node(field.first_child);
+    std::vector<Json> entries;
+    if (value.kind == syntax::NodeKind::kMessage) {
+      entries.push_back(entry_symbol(field.first_child, begin));
+    } else if (value.kind == syntax::NodeKind::kList) {
+      for (const int32_t element : tree.ChildrenOf(value))
+        if (tree.node(element).kind == syntax::NodeKind::kMessage)
+          entries.push_back(entry_symbol(element, tree.tokens()[tree.node(element).first].begin));
+    }
+    if (!client_.hierarchical_symbols) {
+      for (Json& entry : entries) flat.push_back(std::move(entry));
+      continue;
+    }
+    auto group = group_of.find(name);
+    if (group == group_of.end()) {
+      group = group_of.emplace(name, groups.size()).first;
+      groups.push_back({{"name", name},
+                        {"kind", 3},  // Namespace
+                        {"range", RangeJson(document, begin, end)},
+                        {"selectionRange", RangeJson(document, begin, begin + static_cast<uint32_t>(name.size()))},
+                        {"children", Json::array()}});
+    }
+    Json& symbol = groups[group->second];
+    symbol["range"]["end"] = RangeJson(document, begin, end)["end"];
+    for (Json& entry : entries) symbol["children"].push_back(std::move(entry));
+  }
+  return client_.hierarchical_symbols ? groups : flat;
+}
+
+// ---- Formatting ----
+
+Json Server::FormatEdits(OpenDocument& open, int first_line, int last_line) {
+  const Analysis& analysis = AnalysisOf(open);
+  if (!analysis.parsed()) throw std::runtime_error("the text does not parse; fix it before formatting");
+  const TextLayoutResult layout = LayOutAndReparse(FileOf(open.document->uri()), analysis.text(), first_line, last_line);
+  int line = 0;
+  std::string why;
+  if (CheckLayoutFaithful(analysis.loaded().config, layout, &line, &why) != LayoutFault::kNone)
+    throw std::runtime_error(why + (line > 0 ? " (line " + std::to_string(line) + ")" : "") + "; left as it is");
+  const Document& document = *open.document;
+  const std::string& text = analysis.text();
+  Json edits = Json::array();
+  // The pieces that differ, each replacing whole lines: small edits keep the editor's marks.
+  std::vector<uint32_t> starts = {0};
+  for (size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 1))
+    starts.push_back(static_cast<uint32_t>(at + 1));
+  const auto line_start = [&](int line_number) {
+    return static_cast<size_t>(line_number) <= starts.size() ? starts[static_cast<size_t>(line_number) - 1]
+                                                             : static_cast<uint32_t>(text.size());
+  };
+  for (const LineEdit& edit : LayoutEditsWithin(text, layout.formatted, 1, INT_MAX - 1)) {
+    const uint32_t begin = line_start(edit.first_line), end = line_start(edit.first_line + edit.line_count);
+    std::string replacement = edit.text;
+    // The last line without its line break gets it from the layout; one before it must be kept.
+    if (end == text.size() && begin == end && begin > 0 && text.back() != '\n') replacement = "\n" + replacement;
+    edits.push_back({{"range", RangeJson(document, begin, end)}, {"newText", replacement}});
+  }
+  return edits;
+}
+
+Json Server::Formatting(const Json& params) {
+  OpenDocument* open = Find(params);
+  if (open == nullptr) return nullptr;
+  return FormatEdits(*open, 0, 0);
+}
+
+Json Server::RangeFormatting(const Json& params) {
+  OpenDocument* open = Find(params);
+  if (open == nullptr) return nullptr;
+  const Json& range = params.at("range");
+  const int first = PositionFrom(range.at("start")).line + 1;
+  Position end = PositionFrom(range.at("end"));
+  // A range that ends at the start of a line does not take that line.
+  const int last = std::max(first, end.character == 0 && end.line + 1 > first ? end.line : end.line + 1);
+  return FormatEdits(*open, first, last);
+}
+
+}  // namespace pcfg::lsp
+
+namespace pcfg::lsp {
+
+// ---- What the schema knows ----
+
+Json Server::Hover(const Json& params) {
+  OpenDocument* open = Find(params);
+  if (open == nullptr) return nullptr;
+  const Analysis& analysis = AnalysisOf(*open);
+  const HoverNote note = HoverAt(analysis, open->document->Offset(PositionFrom(params.at("position")), encoding_));
+  if (note.markdown.empty()) return nullptr;
+  return {{"contents", {{"kind", client_.markdown ? "markdown" : "plaintext"}, {"value", note.markdown}}},
+          {"range", RangeJson(*open->document, note.begin, note.end)}};
+}
+
+Json Server::Completion(const Json& params) {
+  OpenDocument* open = Find(params);
+  if (open == nullptr) return nullptr;
+  const Analysis& analysis = AnalysisOf(*open);
+  const uint32_t offset = open->document->Offset(PositionFrom(params.at("position")), encoding_);
+  Json items = Json::array();
+  for (const lsp::Completion& c : CompleteAt(analysis, offset, client_.snippets)) {
+    Json item = {{"label", c.label},
+                 {"kind", c.kind},
+                 {"detail", c.detail},
+                 {"textEdit", {{"range", RangeJson(*open->document, c.replace_begin, c.replace_end)},
+                               {"newText", c.insert_text}}}};
+    if (c.snippet) item["insertTextFormat"] = 2;
+    items.push_back(std::move(item));
+  }
+  return {{"isIncomplete", false}, {"items", items}};
+}
+
+// ---- Streams ----
+
+namespace {
+
+// Messages read ahead of the server, so that a cancellation or a change is seen while the server
+// still works on what came before it.
+class Inbox {
+ public:
+  void Put(std::string body) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    bodies_.push_back(std::move(body));
+    ready_.notify_one();
+  }
+  void Close() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    closed_ = true;
+    ready_.notify_one();
+  }
+  // The next body; false when the input ended and all is taken.
+  bool Take(std::string* body) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    ready_.wait(lock, [&] { return !bodies_.empty() || closed_; });
+    if (bodies_.empty()) return false;
+    *body = std::move(bodies_.front());
+    bodies_.pop_front();
+    return true;
+  }
+  bool Empty() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return bodies_.empty();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable ready_;
+  std::deque<std::string> bodies_;
+  bool closed_ = false;
+};
+
+}  // namespace
+
+int RunLanguageServer(int in_fd, int out_fd) {
+  std::mutex out_mutex;
+  bool peer_gone = false;
+  Server server([&](const Json& message) {
+    std::lock_guard<std::mutex> lock(out_mutex);
+    if (!peer_gone) peer_gone = !WriteMessage(out_fd, message.dump(-1, ' ', false, Json::error_handler_t::replace));
+  });
+  Inbox inbox;
+  std::thread reader([&] {
+    MessageReader reader(in_fd);
+    std::string body;
+    for (;;) {
+      const MessageReader::Result result = reader.Next(&body);
+      if (result == MessageReader::Result::kEnd) break;
+      if (result == MessageReader::Result::kMalformed) {
+        inbox.Put(kMalformedHeader);
+        continue;
+      }
+      if (result == MessageReader::Result::kTooLarge) {
+        inbox.Put(kTooLarge);
+        continue;
+      }
+      // A glance at what comes, for what must be known before the server reaches it.
+      const Json message = Json::parse(body, nullptr, false);
+      if (message.is_object() && message.value("method", Json()).is_string()) {
+        const std::string method = message["method"];
+        if (method == "$/cancelRequest" && message.contains("params") && message["params"].is_object() &&
+            message["params"].contains("id")) {
+          server.Cancel(message["params"]["id"]);
+          continue;
+        }
+        if (method == "textDocument/didChange" && message.contains("params") && message["params"].is_object() &&
+            message["params"].contains("textDocument") && message["params"]["textDocument"].is_object())
+          server.DocumentChanging(message["params"]["textDocument"].value("uri", ""));
+      }
+      inbox.Put(std::move(body));
+    }
+    inbox.Close();
+  });
+  std::string body;
+  while (!server.exited() && inbox.Take(&body)) {
+    server.HandleBody(body);
+    if (inbox.Empty()) server.PublishPending();
+  }
+  const int status = server.exited() ? server.exit_status() : 1;
+  // The reader may still wait on input that never comes: the process ends without it.
+  reader.detach();
+  return status;
+}
+
+}  // namespace pcfg::lsp

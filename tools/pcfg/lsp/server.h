@@ -1,0 +1,108 @@
+// pcfg as a language server: the protocol's messages in, replies and notifications out. The
+// server itself is single-threaded and knows nothing of streams (the in-process tests drive it
+// message by message); RunLanguageServer adds the framing, a reader thread that sees
+// cancellations early, and the end of the server when its client goes.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "analysis.h"
+#include "document.h"
+
+namespace pcfg::lsp {
+
+using Json = nlohmann::json;
+
+// What the framing reports in place of a message body it could not read (never JSON).
+inline const std::string kMalformedHeader = "\x01malformed header";
+inline const std::string kTooLarge = "\x01too large";
+
+class Server {
+ public:
+  using Send = std::function<void(const Json& message)>;
+  explicit Server(Send send);
+  ~Server();
+
+  // One message body as it came: answers what is malformed, hands the rest to Handle.
+  void HandleBody(const std::string& body);
+  void Handle(const Json& message);
+  // Publishes the diagnostics of documents changed since the last call (the caller does this
+  // when no message is waiting, so that a burst of edits is analysed once).
+  void PublishPending();
+
+  // From any thread: the request ID is cancelled, or (for requests on URI) its document changed
+  // after it came.
+  void Cancel(const Json& id);
+  void DocumentChanging(const std::string& uri);
+
+  bool exited() const { return exited_; }
+  int exit_status() const { return shut_down_ ? 0 : 1; }
+
+ private:
+  struct OpenDocument {
+    std::unique_ptr<Document> document;
+    std::shared_ptr<const Analysis> analysis;  // of document's current text, when worked out
+    Json last_good;                            // rule findings of the last text that parsed
+    bool publish = false;
+  };
+  using Handler = Json (Server::*)(const Json& params);
+  struct Method {
+    Handler handler;
+    bool needs_document;  // answered ContentModified when its document changes meanwhile
+  };
+  static const std::map<std::string, Method>& Methods();
+
+  void Reply(const Json& id, Json result);
+  void ReplyError(const Json& id, int code, const std::string& message);
+  const Analysis& AnalysisOf(OpenDocument& open);
+  OpenDocument* Find(const Json& params);
+  Json DiagnosticsOf(OpenDocument& open);
+  Json LocationOf(const Document& document, uint32_t begin, uint32_t end) const;
+  Json RangeJson(const Document& document, uint32_t begin, uint32_t end) const;
+
+  Json Initialize(const Json& params);
+  Json Shutdown(const Json& params);
+  Json DidOpen(const Json& params);
+  Json DidChange(const Json& params);
+  Json DidClose(const Json& params);
+  Json Ignore(const Json& params);
+  Json Definition(const Json& params);
+  Json References(const Json& params);
+  Json Highlight(const Json& params);
+  Json PrepareRename(const Json& params);
+  Json Rename(const Json& params);
+  Json Symbols(const Json& params);
+  Json Formatting(const Json& params);
+  Json RangeFormatting(const Json& params);
+  Json Hover(const Json& params);
+  Json Completion(const Json& params);
+  Json FormatEdits(OpenDocument& open, int first_line, int last_line);
+
+  Send send_;
+  bool initialized_ = false, shut_down_ = false, exited_ = false;
+  PositionEncoding encoding_ = PositionEncoding::kUtf16;
+  struct {
+    bool hierarchical_symbols = false;
+    bool snippets = false;
+    bool unnecessary_tag = false;
+    bool markdown = false;
+  } client_;
+  std::map<std::string, OpenDocument> documents_;
+
+  std::mutex interrupts_mutex_;
+  std::set<std::string> cancelled_;  // request ids, as JSON text
+  std::map<std::string, int> changing_;  // document uri -> changes come but not yet handled
+};
+
+// Serves IN_FD / OUT_FD until the client says exit, the input ends or the parent process goes;
+// returns the exit status.
+int RunLanguageServer(int in_fd, int out_fd);
+
+}  // namespace pcfg::lsp

@@ -1,0 +1,101 @@
+#include "transport.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace pcfg::lsp {
+namespace {
+
+constexpr size_t kMaxHeaderBytes = 8192;
+
+// The value of Content-Length in a header block, or -1.
+long long ContentLength(const std::string& headers) {
+  size_t at = 0;
+  while (at < headers.size()) {
+    size_t end = headers.find("\r\n", at);
+    if (end == std::string::npos) end = headers.size();
+    const std::string line = headers.substr(at, end - at);
+    at = end + 2;
+    const size_t colon = line.find(':');
+    if (colon == std::string::npos) continue;
+    if (strncasecmp(line.c_str(), "Content-Length", colon) != 0 || colon != 14) continue;
+    const char* value = line.c_str() + colon + 1;
+    while (*value == ' ' || *value == '\t') ++value;
+    if (*value < '0' || *value > '9') return -1;
+    char* stop = nullptr;
+    errno = 0;
+    const long long length = std::strtoll(value, &stop, 10);
+    if (errno != 0 || length < 0) return -1;
+    while (*stop == ' ' || *stop == '\t') ++stop;
+    return *stop == '\0' ? length : -1;
+  }
+  return -1;
+}
+
+}  // namespace
+
+bool MessageReader::Fill() {
+  if (ended_) return false;
+  if (at_ > 0 && at_ >= buffer_.size() / 2) {  // keep the buffer from growing with what is consumed
+    buffer_.erase(0, at_);
+    at_ = 0;
+  }
+  char chunk[65536];
+  for (;;) {
+    const ssize_t got = ::read(fd_, chunk, sizeof chunk);
+    if (got > 0) {
+      buffer_.append(chunk, static_cast<size_t>(got));
+      return true;
+    }
+    if (got < 0 && errno == EINTR) continue;
+    ended_ = true;
+    return false;
+  }
+}
+
+MessageReader::Result MessageReader::Next(std::string* body) {
+  // The header block.
+  size_t end;
+  while ((end = buffer_.find("\r\n\r\n", at_)) == std::string::npos) {
+    if (buffer_.size() - at_ > kMaxHeaderBytes) {
+      at_ = buffer_.size();  // no header block ends in sight: drop what came
+      return Result::kMalformed;
+    }
+    if (!Fill()) return Result::kEnd;
+  }
+  const long long length = ContentLength(buffer_.substr(at_, end - at_));
+  at_ = end + 4;
+  if (length < 0) return Result::kMalformed;
+  if (static_cast<unsigned long long>(length) > kMaxMessageBytes) {
+    unsigned long long left = static_cast<unsigned long long>(length);
+    while (left > 0) {
+      const size_t take = static_cast<size_t>(std::min<unsigned long long>(left, buffer_.size() - at_));
+      at_ += take;
+      left -= take;
+      if (left > 0 && !Fill()) return Result::kEnd;
+    }
+    return Result::kTooLarge;
+  }
+  while (buffer_.size() - at_ < static_cast<size_t>(length))
+    if (!Fill()) return Result::kEnd;
+  body->assign(buffer_, at_, static_cast<size_t>(length));
+  at_ += static_cast<size_t>(length);
+  return Result::kMessage;
+}
+
+bool WriteMessage(int fd, const std::string& body) {
+  const std::string message = "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+  size_t done = 0;
+  while (done < message.size()) {
+    const ssize_t wrote = ::write(fd, message.data() + done, message.size() - done);
+    if (wrote < 0 && errno == EINTR) continue;
+    if (wrote <= 0) return false;
+    done += static_cast<size_t>(wrote);
+  }
+  return true;
+}
+
+}  // namespace pcfg::lsp

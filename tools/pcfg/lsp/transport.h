@@ -1,0 +1,35 @@
+// The protocol's framing: each message a "Content-Length: N" header block, a blank line, then N
+// bytes of JSON. Reading never trusts the peer: a header block without a usable length is skipped,
+// and a length past the limit is read past rather than held.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace pcfg::lsp {
+
+// Messages larger than this are read past and reported, never held (the text of a document
+// comes in one message, so this is the input size limit with room for the JSON around it).
+constexpr size_t kMaxMessageBytes = size_t{160} << 20;
+
+class MessageReader {
+ public:
+  explicit MessageReader(int fd) : fd_(fd) {}
+  enum class Result { kMessage, kEnd, kMalformed, kTooLarge };
+  // Reads the next message into *BODY. kEnd at end of input (or a read error); kMalformed when a
+  // header block gives no length (its bytes are skipped); kTooLarge when the body is past the
+  // limit (its bytes are skipped).
+  Result Next(std::string* body);
+
+ private:
+  bool Fill();  // reads more; false at end of input
+  int fd_;
+  std::string buffer_;
+  size_t at_ = 0;
+  bool ended_ = false;
+};
+
+// Writes BODY framed to FD; false when the peer is gone.
+bool WriteMessage(int fd, const std::string& body);
+
+}  // namespace pcfg::lsp
