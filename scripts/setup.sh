@@ -18,6 +18,10 @@ packages=(
   python3 python3-protobuf
   googletest
 )
+# LLVM's FileCheck checks the language server's recorded sessions; it comes with the tools of
+# Debian's default LLVM.
+llvm_version=$(apt-cache depends llvm 2>/dev/null | sed -n 's/.*Depends: llvm-\([0-9][0-9]*\)$/\1/p' | head -1)
+packages+=("llvm-${llvm_version:-14}-tools")
 npm_tools=yes
 while [ $# -gt 0 ]; do
   case "$1" in

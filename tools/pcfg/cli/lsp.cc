@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <iostream>
+#include <memory>
 
 #include "common.h"
 #include "server.h"
@@ -21,16 +22,17 @@ void AddLspCommand(CLI::App& app, int& exit_status) {
       "VS Code. Nothing but the protocol goes to standard output; the server ends when the\n"
       "client says exit, when its input ends, or when the process that started it does.\n"
       "Exit status: 0 after shutdown and exit, 1 otherwise.");
-  command->callback([&exit_status] {
+  auto delimited = std::make_shared<bool>(false);
+  command->add_flag("--delimited", *delimited,
+                    "read messages separated by lines of ---, '#' lines left out (recorded sessions), not framed");
+  command->callback([&exit_status, delimited] {
     // The editor that started the server may die without a word: end with it.
     prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (getppid() == 1) {
-      exit_status = 1;
-      return;
-    }
     signal(SIGPIPE, SIG_IGN);
     std::cout.flush();
-    exit_status = lsp::RunLanguageServer(STDIN_FILENO, STDOUT_FILENO);
+    exit_status = lsp::RunLanguageServer(
+        STDIN_FILENO, STDOUT_FILENO,
+        *delimited ? lsp::MessageReader::Style::kDelimited : lsp::MessageReader::Style::kFramed);
   });
 }
 

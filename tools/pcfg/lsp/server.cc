@@ -616,7 +616,7 @@ class Inbox {
 
 }  // namespace
 
-int RunLanguageServer(int in_fd, int out_fd) {
+int RunLanguageServer(int in_fd, int out_fd, MessageReader::Style style) {
   std::mutex out_mutex;
   bool peer_gone = false;
   Server server([&](const Json& message) {
@@ -625,7 +625,7 @@ int RunLanguageServer(int in_fd, int out_fd) {
   });
   Inbox inbox;
   std::thread reader([&] {
-    MessageReader reader(in_fd);
+    MessageReader reader(in_fd, style);
     std::string body;
     for (;;) {
       const MessageReader::Result result = reader.Next(&body);
@@ -658,7 +658,9 @@ int RunLanguageServer(int in_fd, int out_fd) {
   std::string body;
   while (!server.exited() && inbox.Take(&body)) {
     server.HandleBody(body);
-    if (inbox.Empty()) server.PublishPending();
+    // A burst of edits is analysed once, when it is over; a recorded session, after each message,
+    // so that what it prints comes in one order.
+    if (style == MessageReader::Style::kDelimited || inbox.Empty()) server.PublishPending();
   }
   const int status = server.exited() ? server.exit_status() : 1;
   // The reader may still wait on input that never comes: the process ends without it.

@@ -15,6 +15,7 @@
 
 #include "analysis.h"
 #include "document.h"
+#include "transport.h"
 
 namespace pcfg::lsp {
 
@@ -103,6 +104,6 @@ class Server {
 
 // Serves IN_FD / OUT_FD until the client says exit, the input ends or the parent process goes;
 // returns the exit status.
-int RunLanguageServer(int in_fd, int out_fd);
+int RunLanguageServer(int in_fd, int out_fd, MessageReader::Style style = MessageReader::Style::kFramed);
 
 }  // namespace pcfg::lsp

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -56,7 +57,35 @@ bool MessageReader::Fill() {
   }
 }
 
+MessageReader::Result MessageReader::NextDelimited(std::string* body) {
+  body->clear();
+  for (;;) {
+    size_t end = buffer_.find('\n', at_);
+    while (end == std::string::npos) {
+      if (!Fill()) {
+        end = buffer_.size();
+        break;
+      }
+      end = buffer_.find('\n', at_);
+    }
+    if (at_ >= buffer_.size()) return body->find_first_not_of(" \t\r\n") == std::string::npos ? Result::kEnd
+                                                                                              : Result::kMessage;
+    std::string line = buffer_.substr(at_, end - at_);
+    at_ = std::min(end + 1, buffer_.size());
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (line == "---") {
+      if (body->find_first_not_of(" \t\r\n") != std::string::npos) return Result::kMessage;
+      continue;
+    }
+    if (line.empty() || line[0] == '#') continue;
+    if (body->size() + line.size() > kMaxMessageBytes) return Result::kTooLarge;
+    *body += line;
+    *body += '\n';
+  }
+}
+
 MessageReader::Result MessageReader::Next(std::string* body) {
+  if (style_ == Style::kDelimited) return NextDelimited(body);
   // The header block.
   size_t end;
   while ((end = buffer_.find("\r\n\r\n", at_)) == std::string::npos) {

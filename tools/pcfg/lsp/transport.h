@@ -14,7 +14,10 @@ constexpr size_t kMaxMessageBytes = size_t{160} << 20;
 
 class MessageReader {
  public:
-  explicit MessageReader(int fd) : fd_(fd) {}
+  // kFramed is the protocol's; kDelimited is for recorded sessions written by hand: messages
+  // separated by lines of "---", lines starting with '#' left out (where their checks go).
+  enum class Style { kFramed, kDelimited };
+  explicit MessageReader(int fd, Style style = Style::kFramed) : fd_(fd), style_(style) {}
   enum class Result { kMessage, kEnd, kMalformed, kTooLarge };
   // Reads the next message into *BODY. kEnd at end of input (or a read error); kMalformed when a
   // header block gives no length (its bytes are skipped); kTooLarge when the body is past the
@@ -23,7 +26,9 @@ class MessageReader {
 
  private:
   bool Fill();  // reads more; false at end of input
+  Result NextDelimited(std::string* body);
   int fd_;
+  Style style_;
   std::string buffer_;
   size_t at_ = 0;
   bool ended_ = false;
