@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "fixes.h"
 #include "server.h"
 #include "transport.h"
 
@@ -338,6 +339,55 @@ TEST(Lsp, FormattingKeepsCommentsAndRefusesWhatWouldChange) {
   EXPECT_EQ(range[0]["newText"], "peripherals { id: \"b\" }\n");
   session.Notify("textDocument/didChange", Changes(2, {Whole("peripherals { id: ")}));
   EXPECT_EQ(session.Request("textDocument/formatting", {{"textDocument", {{"uri", kUri}}}})["error"]["code"], -32803);
+}
+
+TEST(Lsp, CodeActionsFixWhatTheyCan) {
+  Session session;
+  const std::string text =
+      "peripherals { id: \"cam0\" type: PERIPHERAL_TYPE_CAMERA }\n"
+      "peripherals { id: \"imu0\" type: PERIPHERAL_TYPE_IMU system_type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI }\n"
+      "peripherals { id: \"mag0\" type: PERIPHERAL_TYPE_MAG dependencies { peripheral_id: \"imu9\" } }  # note\n";
+  session.Open(text);
+  session.set_text(text);
+  const Json diagnostics = session.Diagnostics();
+  // Each finding with the titles of its fixes, and the text of the preferred one.
+  std::map<std::string, std::pair<std::vector<std::string>, std::string>> offered;
+  for (const Json& d : diagnostics) {
+    const Json actions = session.Request("textDocument/codeAction",
+                                         {{"textDocument", {{"uri", kUri}}},
+                                          {"range", d["range"]},
+                                          {"context", {{"diagnostics", Json::array({d})}}}})["result"];
+    auto& [titles, preferred] = offered[d.value("code", "")];
+    for (const Json& action : actions) {
+      titles.push_back(action["title"]);
+      if (action.value("isPreferred", false))
+        preferred = action["edit"]["changes"][kUri][0]["newText"].get<std::string>();
+    }
+  }
+  const auto titles = [&](const std::string& code) { return offered[code].first; };
+  EXPECT_EQ(offered["dangling-reference"].second, "imu0") << "the nearest id, of any type a dependency may name";
+  EXPECT_EQ(titles("dangling-reference"),
+            (std::vector<std::string>{"Change to \"imu0\"", "Silence dangling-reference for the entry that starts here",
+                                      "Add the proto-file / proto-message header"}));
+  EXPECT_EQ(offered["missing-options"].second,
+            "system_options {\n  type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI\n}\n");
+  EXPECT_EQ(titles("missing-options")[1], "Silence missing-options on this line");
+
+  // An enumeration name protobuf does not know: the nearest names of its enumeration.
+  const std::string typo = "peripherals { id: \"a\" type: PERIPHERAL_TYPE_IMUU }\n";
+  session.Notify("textDocument/didChange", Changes(2, {Whole(typo)}));
+  const Json error = session.Diagnostics()[0];
+  const Json actions = session.Request("textDocument/codeAction",
+                                       {{"textDocument", {{"uri", kUri}}},
+                                        {"range", error["range"]},
+                                        {"context", {{"diagnostics", Json::array({error})}}}})["result"];
+  ASSERT_FALSE(actions.empty()) << error.dump();
+
+  EXPECT_EQ(actions[0]["title"], "Change to PERIPHERAL_TYPE_IMU");
+  EXPECT_EQ(actions[0]["edit"]["changes"][kUri][0]["range"], Range(0, 28, 48));
+
+  EXPECT_EQ(pcfg::lsp::EditDistance("kitten", "sitting", 5), 3u);
+  EXPECT_EQ(pcfg::lsp::EditDistance("kitten", "sitting", 2), 3u) << "past the limit: limit + 1";
 }
 
 TEST(Lsp, CancelledAndOutdatedRequestsAreAnsweredSo) {

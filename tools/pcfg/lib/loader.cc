@@ -321,6 +321,11 @@ LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
   return best;
 }
 
+void LoadedConfig::OfferSyntax(std::unique_ptr<syntax::SyntaxTree> tree) const {
+  if (!syntax_ && tree && tree->source().data() == raw.data() && tree->source().size() == raw.size())
+    syntax_ = std::move(tree);
+}
+
 const syntax::SyntaxTree& LoadedConfig::Syntax() const {
   if (!syntax_) syntax_ = std::make_unique<syntax::SyntaxTree>(raw);
   return *syntax_;
@@ -369,8 +374,12 @@ std::string DisplayName(const std::string& path) { return path == "-" ? "<stdin>
 bool ParseConfig(const std::string& display_name, Format format, std::string raw, LoadedConfig* loaded,
                  std::vector<Diagnostic>* diagnostics) {
   loaded->file = display_name;
-  loaded->format = format;
   loaded->raw = std::move(raw);
+  return ParseLoaded(format, loaded, diagnostics);
+}
+
+bool ParseLoaded(Format format, LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
+  loaded->format = format;
   loaded->config.Clear();
   switch (format) {
     case Format::kText:

@@ -59,6 +59,9 @@ class LoadedConfig {
 
   // The syntax tree of text input, built the first time it is asked for.
   const syntax::SyntaxTree& Syntax() const;
+  // A tree of RAW built elsewhere (on another thread, beside the parse), taken unless one was
+  // built meanwhile.
+  void OfferSyntax(std::unique_ptr<syntax::SyntaxTree> tree) const;
 
  private:
   // Where the node of the text that starts at LOCATION ends, from the syntax tree (built once);
@@ -91,6 +94,9 @@ bool LoadConfig(const std::string& path, const LoadOptions& options, LoadedConfi
 // Parses bytes already in memory (used by LoadConfig, the tests and the fuzzers).
 bool ParseConfig(const std::string& display_name, Format format, std::string raw, LoadedConfig* loaded,
                  std::vector<Diagnostic>* diagnostics);
+// Parses LOADED->raw as it stands, LOADED->file naming it: the bytes stay where they are, so that
+// other work can read them meanwhile.
+bool ParseLoaded(Format format, LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics);
 
 // How a file is named in diagnostics: "<stdin>" for "-".
 std::string DisplayName(const std::string& path);

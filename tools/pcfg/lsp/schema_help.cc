@@ -150,6 +150,23 @@ std::string IdNote(const Analysis& analysis, const IdOccurrence& at) {
 
 }  // namespace
 
+const gp::FieldDescriptor* FieldAt(const Analysis& analysis, uint32_t offset) {
+  const SyntaxTree& tree = analysis.tree();
+  const std::vector<Token>& tokens = tree.tokens();
+  int32_t innermost = -1;
+  for (size_t n = 1; n < tree.nodes().size(); ++n) {
+    const Node& node = tree.nodes()[n];
+    if (node.kind != NodeKind::kField || node.end <= node.first) continue;
+    if (tokens[node.first].begin <= offset && offset <= tokens[node.end - 1].end) innermost = static_cast<int32_t>(n);
+  }
+  if (innermost < 0) return nullptr;
+  std::vector<std::string> names = FieldNamesTo(tree, innermost);
+  const std::string name = names.back();
+  names.pop_back();
+  const gp::Descriptor* type = MessageTypeOf(names);
+  return type != nullptr ? type->FindFieldByName(name) : nullptr;
+}
+
 HoverNote HoverAt(const Analysis& analysis, uint32_t offset) {
   HoverNote hover;
   if (const IdOccurrence* id = analysis.ids().At(offset)) {

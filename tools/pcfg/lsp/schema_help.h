@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <google/protobuf/descriptor.h>
+
 #include "analysis.h"
 
 namespace pcfg::lsp {
@@ -16,6 +18,10 @@ struct HoverNote {
   uint32_t begin = 0, end = 0;
 };
 HoverNote HoverAt(const Analysis& analysis, uint32_t offset);
+
+// The schema's field that the innermost field of the text holding byte OFFSET stands for (its
+// name or its value), or null.
+const google::protobuf::FieldDescriptor* FieldAt(const Analysis& analysis, uint32_t offset);
 
 struct Completion {
   std::string label;

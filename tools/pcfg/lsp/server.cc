@@ -8,6 +8,7 @@
 #include <deque>
 #include <thread>
 
+#include "fixes.h"
 #include "schema_help.h"
 #include "text_formatting.h"
 #include "text_layout.h"
@@ -88,6 +89,7 @@ const std::map<std::string, Server::Method>& Server::Methods() {
       {"textDocument/rangeFormatting", {&Server::RangeFormatting, true}},
       {"textDocument/hover", {&Server::Hover, true}},
       {"textDocument/completion", {&Server::Completion, true}},
+      {"textDocument/codeAction", {&Server::CodeActions, true}},
   };
   return methods;
 }
@@ -209,6 +211,7 @@ Json Server::Initialize(const Json& params) {
       {"documentRangeFormattingProvider", true},
       {"hoverProvider", true},
       {"completionProvider", {{"triggerCharacters", {":", " ", "\""}}}},
+      {"codeActionProvider", {{"codeActionKinds", {"quickfix"}}}},
   };
   return {{"capabilities", server_capabilities}, {"serverInfo", {{"name", "pcfg"}, {"version", PCFG_VERSION}}}};
 }
@@ -573,6 +576,33 @@ Json Server::Completion(const Json& params) {
     items.push_back(std::move(item));
   }
   return {{"isIncomplete", false}, {"items", items}};
+}
+
+Json Server::CodeActions(const Json& params) {
+  OpenDocument* open = Find(params);
+  if (open == nullptr) return nullptr;
+  const Analysis& analysis = AnalysisOf(*open);
+  const Document& document = *open->document;
+  Json actions = Json::array();
+  const auto action = [&](const TextFix& fix, const Json& diagnostic) {
+    Json edit = {{"range", RangeJson(document, fix.begin, fix.end)}, {"newText", fix.text}};
+    Json item = {{"title", fix.title},
+                 {"kind", "quickfix"},
+                 {"edit", {{"changes", {{document.uri(), Json::array({edit})}}}}}};
+    if (!diagnostic.is_null()) item["diagnostics"] = Json::array({diagnostic});
+    if (fix.preferred) item["isPreferred"] = true;
+    actions.push_back(std::move(item));
+  };
+  for (const Json& diagnostic : params.value("context", Json::object()).value("diagnostics", Json::array())) {
+    if (diagnostic.value("source", "") != "pcfg") continue;
+    const uint32_t begin = document.Offset(PositionFrom(diagnostic.at("range").at("start")), encoding_);
+    const uint32_t end = document.Offset(PositionFrom(diagnostic.at("range").at("end")), encoding_);
+    const std::string code = diagnostic.contains("code") && diagnostic["code"].is_string() ? diagnostic["code"].get<std::string>() : "";
+    for (const TextFix& fix : FixesFor(analysis, begin, end, code, diagnostic.value("message", "")))
+      action(fix, diagnostic);
+  }
+  for (const TextFix& fix : DocumentFixes(analysis)) action(fix, nullptr);
+  return actions;
 }
 
 // ---- Streams ----

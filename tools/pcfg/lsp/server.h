@@ -84,6 +84,7 @@ class Server {
   Json RangeFormatting(const Json& params);
   Json Hover(const Json& params);
   Json Completion(const Json& params);
+  Json CodeActions(const Json& params);
   Json FormatEdits(OpenDocument& open, int first_line, int last_line);
 
   Send send_;
