@@ -390,6 +390,36 @@ TEST(Lsp, CodeActionsFixWhatTheyCan) {
   EXPECT_EQ(pcfg::lsp::EditDistance("kitten", "sitting", 2), 3u) << "past the limit: limit + 1";
 }
 
+TEST(Lsp, HintsLensesAndRelatedPlaces) {
+  Session session(J(R"({"textDocument": {"publishDiagnostics": {"relatedInformation": true}}})"));
+  session.Open(kText);
+  session.set_text(kText);
+  const Json hints = session.Request("textDocument/inlayHint", {{"textDocument", {{"uri", kUri}}}, {"range", Range(5, 0, 99)}})["result"];
+  ASSERT_EQ(hints.size(), 1u) << "line 6 only: " << hints.dump();
+  EXPECT_EQ(hints[0]["label"], "CAMERA");
+  EXPECT_EQ(hints[0]["position"], session.PositionOf("\" }\n}", 1));
+  const Json all = session.Request("textDocument/inlayHint", {{"textDocument", {{"uri", kUri}}}, {"range", Range(0, 0, 0)}});
+  EXPECT_TRUE(all["result"].empty());
+  const Json lenses = session.Request("textDocument/codeLens", {{"textDocument", {{"uri", kUri}}}})["result"];
+  ASSERT_EQ(lenses.size(), 4u) << "cam0, cams, imu0 and the template: " << lenses.dump();
+  EXPECT_EQ(lenses[0]["command"]["title"], "3 references");
+  EXPECT_EQ(lenses[2]["command"]["title"], "0 references");
+  EXPECT_EQ(lenses[3]["command"]["title"], "1 reference");
+
+  // A repeated id points at the first; a cycle at each of its members.
+  const std::string text =
+      "peripherals { id: \"a\" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: \"b\" } }\n"
+      "peripherals { id: \"b\" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: \"a\" } }\n"
+      "peripherals { id: \"a\" type: PERIPHERAL_TYPE_IMU }\n";
+  session.Notify("textDocument/didChange", Changes(2, {Whole(text)}));
+  std::map<std::string, Json> related;
+  for (const Json& d : session.Diagnostics()) related[d.value("code", "")] = d.value("relatedInformation", Json());
+  ASSERT_EQ(related["duplicate-id"].size(), 1u) << related["duplicate-id"].dump();
+  EXPECT_EQ(related["duplicate-id"][0]["location"]["range"], Range(0, 19, 20));
+  ASSERT_EQ(related["dependency-cycle"].size(), 2u) << related["dependency-cycle"].dump();
+  EXPECT_EQ(related["dependency-cycle"][1]["location"]["range"], Range(1, 19, 20));
+}
+
 TEST(Lsp, CancelledAndOutdatedRequestsAreAnsweredSo) {
   Session session;
   session.Open(kText);

@@ -90,6 +90,8 @@ const std::map<std::string, Server::Method>& Server::Methods() {
       {"textDocument/hover", {&Server::Hover, true}},
       {"textDocument/completion", {&Server::Completion, true}},
       {"textDocument/codeAction", {&Server::CodeActions, true}},
+      {"textDocument/inlayHint", {&Server::InlayHints, true}},
+      {"textDocument/codeLens", {&Server::CodeLenses, true}},
   };
   return methods;
 }
@@ -195,6 +197,8 @@ Json Server::Initialize(const Json& params) {
                          .value("snippetSupport", false);
   const Json tags = text_document.value("publishDiagnostics", Json::object()).value("tagSupport", Json::object());
   for (const Json& tag : tags.value("valueSet", Json::array())) client_.unnecessary_tag |= tag == 1;
+  client_.related_information =
+      text_document.value("publishDiagnostics", Json::object()).value("relatedInformation", false);
   for (const Json& format :
        text_document.value("hover", Json::object()).value("contentFormat", Json::array()))
     client_.markdown |= format == "markdown";
@@ -212,6 +216,8 @@ Json Server::Initialize(const Json& params) {
       {"hoverProvider", true},
       {"completionProvider", {{"triggerCharacters", {":", " ", "\""}}}},
       {"codeActionProvider", {{"codeActionKinds", {"quickfix"}}}},
+      {"inlayHintProvider", true},
+      {"codeLensProvider", {{"resolveProvider", false}}},
   };
   return {{"capabilities", server_capabilities}, {"serverInfo", {{"name", "pcfg"}, {"version", PCFG_VERSION}}}};
 }
@@ -315,6 +321,10 @@ Json Server::DiagnosticsOf(OpenDocument& open) {
                        {"message", (d.path.empty() ? "" : d.path + ": ") + d.message}};
     if (!d.rule.empty()) diagnostic["code"] = d.rule;
     if (d.rule == "unused-suppression" && client_.unnecessary_tag) diagnostic["tags"] = {1};
+    if (client_.related_information) {
+      Json related = RelatedTo(analysis, document, d, begin, end);
+      if (!related.empty()) diagnostic["relatedInformation"] = std::move(related);
+    }
     found.push_back(std::move(diagnostic));
   }
   if (analysis.parsed()) {
@@ -340,6 +350,44 @@ void Server::PublishPending() {
     params["version"] = open.document->version();
     send_({{"jsonrpc", "2.0"}, {"method", "textDocument/publishDiagnostics"}, {"params", std::move(params)}});
   }
+}
+
+// The other places a finding is about: the entry a duplicate repeats, the members of a cycle.
+Json Server::RelatedTo(const Analysis& analysis, const Document& document, const Diagnostic& diagnostic,
+                       uint32_t begin, uint32_t end) const {
+  Json related = Json::array();
+  const IdIndex& ids = analysis.ids();
+  if (diagnostic.rule == "duplicate-id") {
+    for (const IdOccurrence& o : ids.occurrences()) {
+      if (!o.key || o.begin < begin || o.end > end) continue;
+      for (const IdOccurrence* other : ids.All(o.space, o.id))
+        if (other != &o && other->key && std::string_view(other->role) == o.role && other->begin < o.begin) {
+          related.push_back({{"location", LocationOf(document, other->begin, other->end)},
+                             {"message", "the first entry with id \"" + o.id + "\""}});
+          break;
+        }
+      break;
+    }
+  } else if (diagnostic.rule == "dependency-cycle") {
+    const std::string prefix = "dependency cycle: ";
+    const size_t start = diagnostic.message.find(prefix);
+    if (start == std::string::npos) return related;
+    std::string rest = diagnostic.message.substr(start + prefix.size());
+    rest = rest.substr(0, rest.find(" ("));  // what follows the cycle is no id
+    std::vector<std::string> seen;
+    for (size_t at = 0; at <= rest.size();) {
+      size_t next = rest.find(" -> ", at);
+      if (next == std::string::npos) next = rest.size();
+      const std::string id = rest.substr(at, next - at);
+      at = next + 4;
+      if (std::find(seen.begin(), seen.end(), id) != seen.end()) continue;
+      seen.push_back(id);
+      if (const IdOccurrence* definition = ids.Definition(IdSpace::kPeripheral, id))
+        related.push_back({{"location", LocationOf(document, definition->begin, definition->end)},
+                           {"message", "\"" + id + "\" is on the cycle"}});
+    }
+  }
+  return related;
 }
 
 // ---- Navigation by id ----
@@ -603,6 +651,53 @@ Json Server::CodeActions(const Json& params) {
   }
   for (const TextFix& fix : DocumentFixes(analysis)) action(fix, nullptr);
   return actions;
+}
+
+// After each reference, the kind of entry it names; a reference to nothing says so.
+Json Server::InlayHints(const Json& params) {
+  OpenDocument* open = Find(params);
+  if (open == nullptr) return nullptr;
+  const Analysis& analysis = AnalysisOf(*open);
+  const Document& document = *open->document;
+  const Json& range = params.at("range");
+  const uint32_t from = document.Offset(PositionFrom(range.at("start")), encoding_);
+  const uint32_t to = document.Offset(PositionFrom(range.at("end")), encoding_);
+  Json hints = Json::array();
+  for (const IdOccurrence& o : analysis.ids().occurrences()) {
+    if (o.definition || o.end < from || o.begin > to) continue;
+    const IdOccurrence* definition = analysis.ids().Definition(o.space, o.id);
+    std::string label = definition == nullptr                  ? "no entry"
+                        : o.space == IdSpace::kTemplate        ? "template"
+                        : definition->kind.rfind("PERIPHERAL_TYPE_", 0) == 0 ? definition->kind.substr(16)
+                                                                              : definition->kind;
+    if (label.empty()) label = "peripheral";
+    // After the closing quote of a plain string.
+    const uint32_t after = o.simple ? o.end + 1 : o.end;
+    hints.push_back({{"position", PositionJson(document.PositionOf(after, encoding_))},
+                     {"label", label},
+                     {"kind", 1},
+                     {"paddingLeft", true}});
+  }
+  return hints;
+}
+
+// Over each entry with an id: how many places refer to it.
+Json Server::CodeLenses(const Json& params) {
+  OpenDocument* open = Find(params);
+  if (open == nullptr) return nullptr;
+  const Analysis& analysis = AnalysisOf(*open);
+  const Document& document = *open->document;
+  Json lenses = Json::array();
+  for (const IdOccurrence& o : analysis.ids().occurrences()) {
+    if (!o.definition || analysis.ids().Definition(o.space, o.id) != &o) continue;
+    size_t references = 0;
+    for (const IdOccurrence* other : analysis.ids().All(o.space, o.id)) references += !other->definition;
+    lenses.push_back({{"range", RangeJson(document, o.begin, o.end)},
+                      {"command",
+                       {{"title", std::to_string(references) + (references == 1 ? " reference" : " references")},
+                        {"command", ""}}}});
+  }
+  return lenses;
 }
 
 // ---- Streams ----

@@ -85,6 +85,10 @@ class Server {
   Json Hover(const Json& params);
   Json Completion(const Json& params);
   Json CodeActions(const Json& params);
+  Json InlayHints(const Json& params);
+  Json CodeLenses(const Json& params);
+  Json RelatedTo(const Analysis& analysis, const Document& document, const Diagnostic& diagnostic,
+                 uint32_t begin, uint32_t end) const;
   Json FormatEdits(OpenDocument& open, int first_line, int last_line);
 
   Send send_;
@@ -95,6 +99,7 @@ class Server {
     bool snippets = false;
     bool unnecessary_tag = false;
     bool markdown = false;
+    bool related_information = false;
   } client_;
   std::map<std::string, OpenDocument> documents_;
 
