@@ -44,6 +44,11 @@ class Server {
   void DocumentChanging(const std::string& uri);
 
   bool exited() const { return exited_; }
+  // The text of open document URI as the server holds it, or null (for tests and the fuzzer).
+  const std::string* TextOf(const std::string& uri) const {
+    const auto it = documents_.find(uri);
+    return it == documents_.end() ? nullptr : &it->second.document->text();
+  }
   int exit_status() const { return shut_down_ ? 0 : 1; }
 
  private:

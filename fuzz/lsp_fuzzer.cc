@@ -1,0 +1,130 @@
+// The language server against what an editor, or anything posing as one, may send: a raw stream
+// of frames and bodies, or a document edited at random places with every kind of request between
+// the edits. Properties: nothing crashes or hangs; every request is answered exactly once; and
+// the text the server holds is the text a plain model of the same edits holds.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "fuzz_support.h"
+#include "server.h"
+#include "transport.h"
+
+namespace {
+
+using pcfg::lsp::Json;
+
+const char kUri[] = "file:///fuzz.txtpb";
+
+// The bytes a position stands for, as the protocol says for UTF-8 positions: past its line's end
+// means the line's end (a '\r' before the break excluded), past the last line the text's end.
+size_t ModelOffset(const std::string& text, int line, int character) {
+  size_t start = 0;
+  for (int l = 0; l < line; ++l) {
+    const size_t br = text.find('\n', start);
+    if (br == std::string::npos) return text.size();
+    start = br + 1;
+  }
+  size_t end = text.find('\n', start);
+  if (end == std::string::npos) end = text.size();
+  if (end > start && text[end - 1] == '\r') --end;
+  return std::min(start + static_cast<size_t>(character), end);
+}
+
+void RawStream(fuzz::Bytes& input) {
+  const std::string stream = input.Rest();
+  const int fd = memfd_create("lsp-fuzz", 0);
+  if (fd < 0) return;
+  if (write(fd, stream.data(), stream.size()) != static_cast<ssize_t>(stream.size()) || lseek(fd, 0, SEEK_SET) != 0) {
+    close(fd);
+    return;
+  }
+  pcfg::lsp::Server server([](const Json&) {});
+  pcfg::lsp::MessageReader reader(fd, stream.size() % 2 ? pcfg::lsp::MessageReader::Style::kFramed
+                                                        : pcfg::lsp::MessageReader::Style::kDelimited);
+  std::string body;
+  for (int messages = 0; messages < 10000 && !server.exited(); ++messages) {
+    const auto result = reader.Next(&body);
+    if (result == pcfg::lsp::MessageReader::Result::kEnd) break;
+    server.HandleBody(result == pcfg::lsp::MessageReader::Result::kMessage ? body : pcfg::lsp::kMalformedHeader);
+    server.PublishPending();
+  }
+  close(fd);
+}
+
+void EditedDocument(fuzz::Bytes& input, bool utf8) {
+  std::vector<Json> sent;
+  pcfg::lsp::Server server([&](const Json& message) { sent.push_back(message); });
+  int id = 0;
+  const auto request = [&](const std::string& method, Json params) {
+    sent.clear();
+    const int this_id = ++id;
+    server.Handle({{"jsonrpc", "2.0"}, {"id", this_id}, {"method", method}, {"params", std::move(params)}});
+    const auto replies = std::count_if(sent.begin(), sent.end(), [&](const Json& m) { return m.contains("id") && m["id"] == this_id; });
+    if (replies != 1) fuzz::Fail(method + " was answered " + std::to_string(replies) + " times");
+  };
+  request("initialize", {{"capabilities",
+                          {{"general", {{"positionEncodings", utf8 ? Json::array({"utf-8"}) : Json::array()}}},
+                           {"textDocument", {{"documentSymbol", {{"hierarchicalDocumentSymbolSupport", true}}},
+                                             {"publishDiagnostics", {{"relatedInformation", true}}}}}}}});
+  std::string model = input.Take(input.Byte() * 4u);
+  server.Handle({{"jsonrpc", "2.0"},
+                 {"method", "textDocument/didOpen"},
+                 {"params", {{"textDocument", {{"uri", kUri}, {"languageId", "textproto"}, {"version", 1}, {"text", model}}}}}});
+  static const char* const kRequests[] = {
+      "textDocument/hover",          "textDocument/definition",    "textDocument/references",
+      "textDocument/documentHighlight", "textDocument/completion",  "textDocument/prepareRename",
+      "textDocument/rename",         "textDocument/formatting",    "textDocument/rangeFormatting",
+      "textDocument/documentSymbol", "textDocument/codeAction",    "textDocument/inlayHint",
+      "textDocument/codeLens"};
+  int version = 1;
+  for (int steps = 0; steps < 64 && !input.empty(); ++steps) {
+    const uint8_t op = input.Byte();
+    const int line = input.Byte() % 24, character = input.Byte() % 64;
+    const Json position = {{"line", line}, {"character", character}};
+    if (op % 3 == 0) {
+      const int end_character = character + input.Byte() % 24;
+      const std::string text = input.Take(input.Byte() % 32);
+      Json range = {{"start", position}, {"end", {{"line", line}, {"character", end_character}}}};
+      server.Handle({{"jsonrpc", "2.0"},
+                     {"method", "textDocument/didChange"},
+                     {"params", {{"textDocument", {{"uri", kUri}, {"version", ++version}}},
+                                 {"contentChanges", Json::array({{{"range", range}, {"text", text}}})}}}});
+      if (utf8) {
+        const size_t begin = ModelOffset(model, line, character), end = ModelOffset(model, line, end_character);
+        model.replace(begin, end - begin, text);
+      }
+      if (op % 2) server.PublishPending();
+      continue;
+    }
+    const std::string method = kRequests[(op / 3) % (sizeof kRequests / sizeof *kRequests)];
+    Json params = {{"textDocument", {{"uri", kUri}}}, {"position", position}};
+    params["newName"] = input.Take(input.Byte() % 8) + "x";
+    params["range"] = {{"start", position}, {"end", {{"line", line + input.Byte() % 4}, {"character", 0}}}};
+    params["context"] = {{"includeDeclaration", true}, {"diagnostics", Json::array()}};
+    request(method, params);
+  }
+  if (utf8) {
+    const std::string* held = server.TextOf(kUri);
+    if (held == nullptr || *held != model) fuzz::Fail("the server's text differs from the edits' text", model);
+  }
+  request("shutdown", nullptr);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  fuzz::Bytes input(data, size);
+  const uint8_t mode = input.Byte();
+  if (mode % 3 == 0) {
+    RawStream(input);
+  } else {
+    EditedDocument(input, mode % 3 == 1);
+  }
+  return 0;
+}
