@@ -319,6 +319,13 @@ TEST(Lsp, SymbolsHoverAndCompletionFromTheSchema) {
   EXPECT_TRUE(has(labels(session.PositionOf("PERIPHERAL_TYPE_IMU")), "PERIPHERAL_TYPE_FPGA"));
   const std::vector<std::string> sets = labels(session.PositionOf("\"cams\" }"));
   EXPECT_EQ(sets, std::vector<std::string>{"cams"}) << "only the camera sets";
+  // Inside a string, and after a ',' of a list of ids, the ids replace the whole string.
+  const Json inside = session.Request("textDocument/completion", {{"textDocument", {{"uri", kUri}}},
+                                                                 {"position", session.PositionOf("cam0\" }\n}", 2)}});
+  ASSERT_EQ(inside["result"]["items"].size(), 3u) << "a dependency may name any type: " << inside.dump();
+  EXPECT_EQ(inside["result"]["items"][0]["textEdit"]["newText"], "\"cam0\"");
+  EXPECT_EQ(inside["result"]["items"][0]["textEdit"]["range"]["start"], session.PositionOf("\"cam0\" }\n}"));
+  EXPECT_EQ(labels(session.PositionOf("\"cam0\"]")), std::vector<std::string>{"cam0"}) << "a member of a set";
 }
 
 TEST(Lsp, FormattingKeepsCommentsAndRefusesWhatWouldChange) {

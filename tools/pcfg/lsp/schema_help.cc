@@ -1,9 +1,12 @@
 #include "schema_help.h"
 
 #include <google/protobuf/descriptor.h>
+#include <google/protobuf/descriptor.pb.h>
 #include <google/protobuf/io/tokenizer.h>
 
 #include <algorithm>
+#include <functional>
+#include <map>
 #include <set>
 
 #include "bringup.h"
@@ -12,6 +15,11 @@
 #include "formats.h"
 
 namespace pcfg::lsp {
+
+// The schema's descriptor set with its source information, embedded at build time.
+extern const unsigned char kSchemaSourceInfo[];
+extern const size_t kSchemaSourceInfo_size;
+
 namespace {
 
 namespace gp = google::protobuf;
@@ -76,6 +84,64 @@ long TokenBefore(const SyntaxTree& tree, uint32_t offset) {
   return i;
 }
 
+// The comment the schema writes above (or after) a message, field, enumeration or value, by full
+// name; read once from the embedded descriptor set.
+const std::string& SchemaComment(const std::string& full_name) {
+  static const std::map<std::string, std::string> comments = [] {
+    std::map<std::string, std::string> found;
+    gp::FileDescriptorSet set;
+    if (!set.ParseFromArray(kSchemaSourceInfo, static_cast<int>(kSchemaSourceInfo_size))) return found;
+    for (const gp::FileDescriptorProto& file : set.file()) {
+      std::map<std::vector<int>, std::string> by_path;
+      for (const auto& location : file.source_code_info().location()) {
+        std::string text = location.leading_comments().empty() ? location.trailing_comments() : location.leading_comments();
+        while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
+        while (!text.empty() && text.front() == ' ') text.erase(0, 1);
+        if (!text.empty()) by_path[{location.path().begin(), location.path().end()}] = text;
+      }
+      const std::string package = file.package().empty() ? "" : file.package() + ".";
+      const auto note = [&](const std::vector<int>& path, const std::string& name) {
+        const auto it = by_path.find(path);
+        if (it != by_path.end()) found[name] = it->second;
+      };
+      const auto enumeration = [&](const gp::EnumDescriptorProto& type, std::vector<int> path, const std::string& scope) {
+        note(path, scope + type.name());
+        for (int v = 0; v < type.value_size(); ++v) {
+          path.insert(path.end(), {2, v});
+          note(path, scope + type.value(v).name());  // values are named in the enumeration's scope
+          path.resize(path.size() - 2);
+        }
+      };
+      std::function<void(const gp::DescriptorProto&, std::vector<int>, const std::string&)> message =
+          [&](const gp::DescriptorProto& type, std::vector<int> path, const std::string& scope) {
+            const std::string name = scope + type.name();
+            note(path, name);
+            for (int f = 0; f < type.field_size(); ++f) {
+              path.insert(path.end(), {2, f});
+              note(path, name + "." + type.field(f).name());
+              path.resize(path.size() - 2);
+            }
+            for (int n = 0; n < type.nested_type_size(); ++n) {
+              path.insert(path.end(), {3, n});
+              message(type.nested_type(n), path, name + ".");
+              path.resize(path.size() - 2);
+            }
+            for (int e = 0; e < type.enum_type_size(); ++e) {
+              path.insert(path.end(), {4, e});
+              enumeration(type.enum_type(e), path, name + ".");
+              path.resize(path.size() - 2);
+            }
+          };
+      for (int m = 0; m < file.message_type_size(); ++m) message(file.message_type(m), {4, m}, package);
+      for (int e = 0; e < file.enum_type_size(); ++e) enumeration(file.enum_type(e), {5, e}, package);
+    }
+    return found;
+  }();
+  static const std::string none;
+  const auto it = comments.find(full_name);
+  return it == comments.end() ? none : it->second;
+}
+
 std::string TypeName(const gp::FieldDescriptor* field) {
   std::string type = field->message_type() ? field->message_type()->full_name()
                      : field->enum_type()  ? field->enum_type()->full_name()
@@ -87,6 +153,13 @@ std::string FieldNote(const gp::FieldDescriptor* field) {
   std::string note = "```proto\n" + TypeName(field) + " " + field->name() + " = " + std::to_string(field->number()) +
                      ";\n```\nin `" + field->containing_type()->full_name() + "`";
   if (field->containing_oneof() != nullptr) note += ", one of `" + field->containing_oneof()->name() + "`";
+  if (const std::string& comment = SchemaComment(field->full_name()); !comment.empty()) {
+    note += "\n\n" + comment;
+  } else if (field->message_type() != nullptr && !SchemaComment(field->message_type()->full_name()).empty()) {
+    note += "\n\n`" + field->message_type()->name() + "`: " + SchemaComment(field->message_type()->full_name());
+  } else if (field->enum_type() != nullptr && !SchemaComment(field->enum_type()->full_name()).empty()) {
+    note += "\n\n`" + field->enum_type()->name() + "`: " + SchemaComment(field->enum_type()->full_name());
+  }
   return note;
 }
 
@@ -102,6 +175,8 @@ std::string EnumValueNote(const gp::EnumValueDescriptor* value) {
     if (type->FindValueByNumber(value->number()) != value)
       note += " (`" + type->FindValueByNumber(value->number())->name() + "` is how pcfg prints it)";
   }
+  // A value's full name is in its enumeration's scope, as protobuf names it.
+  if (const std::string& comment = SchemaComment(value->full_name()); !comment.empty()) note += "\n\n" + comment;
   const std::string alias = value->options().GetExtension(models::Alias);
   if (!alias.empty()) note += "\n\nAlias: `" + alias + "`";
   return note;
@@ -215,15 +290,30 @@ std::vector<Completion> CompleteAt(const Analysis& analysis, uint32_t offset, bo
   const SyntaxTree& tree = analysis.tree();
   const std::vector<Token>& tokens = tree.tokens();
   std::vector<Completion> items;
-  // What is typed so far: an identifier or a string that reaches the cursor.
+  // What is typed so far: an identifier or a string that reaches the cursor, or a string the
+  // cursor is in (even one left open); either is replaced whole. A string that starts at the
+  // cursor is replaced too, so that choosing an id does not put one string before another.
   long i = TokenBefore(tree, offset);
   uint32_t replace_begin = offset, replace_end = offset;
-  if (i >= 0 && tokens[static_cast<size_t>(i)].end == offset &&
-      (tokens[static_cast<size_t>(i)].kind == TokenKind::kIdentifier || tokens[static_cast<size_t>(i)].kind == TokenKind::kString ||
-       tokens[static_cast<size_t>(i)].kind == TokenKind::kError)) {
-    replace_begin = tokens[static_cast<size_t>(i)].begin;
-    --i;
-    while (i >= 0 && tokens[static_cast<size_t>(i)].trivia()) --i;
+  const auto is_string = [&](const Token& t) {
+    return t.kind == TokenKind::kString ||
+           (t.kind == TokenKind::kError && (tree.source()[t.begin] == '"' || tree.source()[t.begin] == '\''));
+  };
+  if (i >= 0) {
+    const Token& t = tokens[static_cast<size_t>(i)];
+    const bool in_string = is_string(t) && t.begin < offset && offset <= t.end;
+    const bool word_ends_here = t.end == offset && (t.kind == TokenKind::kIdentifier || t.kind == TokenKind::kError);
+    if (in_string || word_ends_here) {
+      replace_begin = t.begin;
+      replace_end = in_string ? t.end : offset;
+      --i;
+      while (i >= 0 && tokens[static_cast<size_t>(i)].trivia()) --i;
+    }
+  }
+  if (replace_begin == offset) {
+    const auto next = std::lower_bound(tokens.begin(), tokens.end(), offset,
+                                       [](const Token& t, uint32_t at) { return t.begin < at; });
+    if (next != tokens.end() && next->begin == offset && is_string(*next)) replace_end = next->end;
   }
   const int32_t message = MessageAt(tree, offset);
   std::vector<std::string> names = FieldNamesTo(tree, message);
@@ -234,11 +324,33 @@ std::vector<Completion> CompleteAt(const Analysis& analysis, uint32_t offset, bo
     items.push_back(std::move(item));
   };
 
-  // After "name:" a value of that field.
-  if (i >= 1 && tree.Text(tokens[static_cast<size_t>(i)]) == ":") {
-    long name = i - 1;
+  // After "name:", or inside "name: [a, " a value of that field.
+  const auto symbol = [&](long at) {
+    const Token& t = tokens[static_cast<size_t>(at)];
+    return t.kind == TokenKind::kSymbol ? tree.source()[t.begin] : '\0';
+  };
+  long name = -1;
+  if (i >= 0 && (symbol(i) == ',' || symbol(i) == '[')) {
+    // The '[' that opens the list the cursor is in, then the field's name before it.
+    long at = i;
+    for (int depth = 0; at >= 0; --at) {
+      const char c = symbol(at);
+      if (c == ']') ++depth;
+      if (c == '{' || c == '}' || c == '<' || c == '>') at = 0;
+      if (c == '[' && depth-- == 0) break;
+    }
+    if (at > 0) {
+      name = at - 1;
+      while (name >= 0 && tokens[static_cast<size_t>(name)].trivia()) --name;
+      if (name >= 0 && symbol(name) == ':') --name;
+      while (name >= 0 && tokens[static_cast<size_t>(name)].trivia()) --name;
+    }
+  } else if (i >= 1 && symbol(i) == ':') {
+    name = i - 1;
     while (name >= 0 && tokens[static_cast<size_t>(name)].trivia()) --name;
-    if (name < 0 || tokens[static_cast<size_t>(name)].kind != TokenKind::kIdentifier) return items;
+  }
+  if (name >= 0) {
+    if (tokens[static_cast<size_t>(name)].kind != TokenKind::kIdentifier) return items;
     const std::string field_name(tree.Text(tokens[static_cast<size_t>(name)]));
     const gp::FieldDescriptor* field = type->FindFieldByName(field_name);
     if (field == nullptr) return items;

@@ -742,50 +742,62 @@ class Inbox {
 }  // namespace
 
 int RunLanguageServer(int in_fd, int out_fd, MessageReader::Style style) {
-  std::mutex out_mutex;
-  bool peer_gone = false;
-  Server server([&](const Json& message) {
-    std::lock_guard<std::mutex> lock(out_mutex);
-    if (!peer_gone) peer_gone = !WriteMessage(out_fd, message.dump(-1, ' ', false, Json::error_handler_t::replace));
+  // What the reader thread shares with the server: held by both, since the reader may still be
+  // waiting on input when the server has been told to exit and this function returns.
+  struct Shared {
+    std::mutex out_mutex;
+    bool peer_gone = false;
+    Inbox inbox;
+    std::unique_ptr<Server> server;
+  };
+  const auto shared = std::make_shared<Shared>();
+  Shared* const state = shared.get();
+  shared->server = std::make_unique<Server>([state, out_fd](const Json& message) {
+    std::lock_guard<std::mutex> lock(state->out_mutex);
+    if (!state->peer_gone)
+      state->peer_gone = !WriteMessage(out_fd, message.dump(-1, ' ', false, Json::error_handler_t::replace));
   });
-  Inbox inbox;
-  std::thread reader([&] {
+  std::thread reader([shared, in_fd, style] {
     MessageReader reader(in_fd, style);
     std::string body;
     for (;;) {
       const MessageReader::Result result = reader.Next(&body);
       if (result == MessageReader::Result::kEnd) break;
       if (result == MessageReader::Result::kMalformed) {
-        inbox.Put(kMalformedHeader);
+        shared->inbox.Put(kMalformedHeader);
         continue;
       }
       if (result == MessageReader::Result::kTooLarge) {
-        inbox.Put(kTooLarge);
+        shared->inbox.Put(kTooLarge);
         continue;
       }
-      // A glance at what comes, for what must be known before the server reaches it.
-      const Json message = Json::parse(body, nullptr, false);
-      if (message.is_object() && message.value("method", Json()).is_string()) {
-        const std::string method = message["method"];
-        if (method == "$/cancelRequest" && message.contains("params") && message["params"].is_object() &&
-            message["params"].contains("id")) {
-          server.Cancel(message["params"]["id"]);
-          continue;
+      // A glance at what comes, for what must be known before the server reaches it: only
+      // messages that may be cancellations or changes are read here.
+      if (body.find("$/cancelRequest") != std::string::npos || body.find("textDocument/didChange") != std::string::npos) {
+        const Json message = Json::parse(body, nullptr, false);
+        if (message.is_object() && message.value("method", Json()).is_string()) {
+          const std::string method = message["method"];
+          const Json params = message.value("params", Json());
+          if (method == "$/cancelRequest" && params.is_object() && params.contains("id")) {
+            shared->server->Cancel(params["id"]);
+            continue;
+          }
+          if (method == "textDocument/didChange" && params.is_object() && params.contains("textDocument") &&
+              params["textDocument"].is_object())
+            shared->server->DocumentChanging(params["textDocument"].value("uri", ""));
         }
-        if (method == "textDocument/didChange" && message.contains("params") && message["params"].is_object() &&
-            message["params"].contains("textDocument") && message["params"]["textDocument"].is_object())
-          server.DocumentChanging(message["params"]["textDocument"].value("uri", ""));
       }
-      inbox.Put(std::move(body));
+      shared->inbox.Put(std::move(body));
     }
-    inbox.Close();
+    shared->inbox.Close();
   });
+  Server& server = *shared->server;
   std::string body;
-  while (!server.exited() && inbox.Take(&body)) {
+  while (!server.exited() && shared->inbox.Take(&body)) {
     server.HandleBody(body);
     // A burst of edits is analysed once, when it is over; a recorded session, after each message,
     // so that what it prints comes in one order.
-    if (style == MessageReader::Style::kDelimited || inbox.Empty()) server.PublishPending();
+    if (style == MessageReader::Style::kDelimited || shared->inbox.Empty()) server.PublishPending();
   }
   const int status = server.exited() ? server.exit_status() : 1;
   // The reader may still wait on input that never comes: the process ends without it.
