@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building and testing need, when they are missing, then the
+# Installs the Debian packages that building and testing need (the editors too, whose tests drive
+# the language server), when they are missing, then the
 # pinned npm tools (buf, sarif-multitool) into node_modules/ with `npm ci`.
 # Idempotent; runs apt-get as root or through sudo; says what it installs.
 #   scripts/setup.sh [--device] [--no-npm] [EXTRA-PACKAGE...]
@@ -17,6 +18,7 @@ packages=(
   graphviz blueprint-tools binutils
   python3 python3-protobuf
   googletest
+  neovim vim
 )
 npm_tools=yes
 while [ $# -gt 0 ]; do
