@@ -105,7 +105,7 @@ after(() => {
   if (server && server.exitCode === null && server.signalCode === null) server.kill('SIGKILL');
 });
 
-describe('pcfg lsp on the shipped example', { timeout: 60000 }, () => {
+describe('pcfg lsp on the shipped example', { timeout: 45000 }, () => {
   it('initializes with incremental sync and the features it offers', async () => {
     const reply = await request(lsp.InitializeRequest.type, {
       processId: process.pid,
