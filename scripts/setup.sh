@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building and testing need, when they are missing, then the
-# pinned npm tools (buf, sarif-multitool) into node_modules/ with `npm ci`.
+# Installs the Debian packages that building and testing need (Neovim and Vim too, whose tests
+# drive the language server), when they are missing, then the pinned npm tools (buf,
+# sarif-multitool, the LSP client libraries) into node_modules/ with `npm ci`.
 # Idempotent; runs apt-get as root or through sudo; says what it installs.
 #   scripts/setup.sh [--device] [--no-npm] [EXTRA-PACKAGE...]
 #     --device  also the AArch64 cross compiler and qemu (about 250 MB), which only the device
@@ -17,6 +18,7 @@ packages=(
   graphviz blueprint-tools binutils
   python3 python3-protobuf
   googletest
+  neovim vim
 )
 # LLVM's FileCheck checks the language server's recorded sessions; it comes with the tools of
 # Debian's default LLVM.
