@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "analysis.h"
 #include "fixes.h"
 #include "server.h"
 #include "transport.h"
@@ -442,6 +443,15 @@ TEST(Lsp, CancelledAndOutdatedRequestsAreAnsweredSo) {
   EXPECT_EQ(ask(8)["error"]["code"], -32801);
   session.Notify("textDocument/didChange", Changes(2, {Whole(kText)}));
   EXPECT_FALSE(ask(9).contains("error")) << "the change has come";
+}
+
+TEST(Lsp, ADocumentOverTheInputLimitIsNotRead) {
+  const pcfg::lsp::Analysis analysis("big.txtpb", kText, kText.size() - 1);
+  ASSERT_EQ(analysis.diagnostics().size(), 1u);
+  EXPECT_NE(analysis.diagnostics()[0].message.find("over the"), std::string::npos);
+  EXPECT_FALSE(analysis.parsed());
+  EXPECT_TRUE(analysis.ids().occurrences().empty());
+  EXPECT_FALSE(pcfg::lsp::Analysis("fits.txtpb", kText, kText.size()).ids().occurrences().empty());
 }
 
 TEST(Lsp, FramingSurvivesWhatThePeerSends) {

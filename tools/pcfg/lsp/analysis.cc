@@ -7,8 +7,19 @@
 
 namespace pcfg::lsp {
 
-Analysis::Analysis(const std::string& file, const std::string& text) {
+Analysis::Analysis(const std::string& file, const std::string& text, uint64_t max_bytes) {
   loaded_.file = file;
+  if (text.size() > max_bytes) {
+    Diagnostic too_large;
+    too_large.file = file;
+    too_large.line = 1;
+    too_large.column = 1;
+    too_large.message = "the document is " + std::to_string(text.size()) + " bytes, over the " +
+                        std::to_string(max_bytes) + " that pcfg reads; it is not checked";
+    diagnostics_.push_back(std::move(too_large));
+    ids_ = std::make_unique<IdIndex>(tree());
+    return;
+  }
   loaded_.raw = text;
   // The syntax tree and protobuf's parse read the same bytes and share nothing else: the tree is
   // built on a second thread meanwhile (where none can be had, here, after the parse).

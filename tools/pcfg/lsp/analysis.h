@@ -3,6 +3,7 @@
 // ids. Worked out once per version and shared by every request on it.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,8 +16,9 @@ namespace pcfg::lsp {
 
 class Analysis {
  public:
-  // FILE names the document in messages; TEXT is copied.
-  Analysis(const std::string& file, const std::string& text);
+  // FILE names the document in messages; TEXT is copied. A text over MAX_BYTES (pcfg's input
+  // limit) is not read at all: one diagnostic says so, and requests find nothing in it.
+  Analysis(const std::string& file, const std::string& text, uint64_t max_bytes = kDefaultMaxInputBytes);
 
   const LoadedConfig& loaded() const { return loaded_; }
   const std::string& text() const { return loaded_.raw; }
