@@ -178,12 +178,6 @@ const HostileCase kCases[] = {
        return Pcfg({"show", "--format", "json", Put(dir, "na\xefve.txtpb", kClean)});
      },
      0, "\"file\"", [](const std::string&, const std::string& out) { EXPECT_TRUE(IsJson(out)) << out; }},
-    {"OptionsTypeAtTheEndOfTheRange",
-     [](const std::string& dir) {
-       return Pcfg(
-           {"check", Put(dir, "max.txtpb", "system_options { type: 2147483647 options_qc_camx {} }")});
-     },
-     1, "has no options member [options-pairing]"},
     // ---- outputs that are not plain files ----
     {"FifoIsWrittenThrough",
      [](const std::string& dir) {
@@ -356,17 +350,6 @@ const HostileCase kCases[] = {
        return "yes | " + Pcfg({"check", "--max-input-size", "1M", "-"});
      },
      2, "<stdin>: error: input is larger than the limit of 1 MiB"},
-    {"SizeLimitTakesUnits",
-     [](const std::string& dir) {
-       return Pcfg({"check", "--max-input-size", "10", Put(dir, "in.txtpb", kClean)});
-     },
-     2, "over the input limit of 10 bytes"},
-    {"CyclesOfATenThousandChainAreOneFinding",
-     [](const std::string& dir) {
-       return Pcfg({"check", Put(dir, "chain.txtpb", pcfg_test::ChainBackToFirst(10000))});
-     },
-     1, "dependency cycle: p0 -> p1 -> p0 (one cycle among 10000 peripherals",
-     [](const std::string&, const std::string& out) { EXPECT_LT(out.size(), 1000u) << out.substr(0, 2000); }},
     {"FindingsAreCappedWithACount",
      [](const std::string& dir) {
        std::string text;
