@@ -130,6 +130,13 @@ TEST(Diff, MatchesKeyedEntriesAndNamesEachDifference) {
        "peripherals { id: \"a b\" type: PERIPHERAL_TYPE_IMU } device_info { soc_name: \"say \\\"hi\\\"\" }",
        {"device_info.soc_name: \"x\" -> \"say \\\"hi\\\"\"",
         "peripherals[\"a b\"].type: PERIPHERAL_TYPE_UNKNOWN -> PERIPHERAL_TYPE_IMU"}},
+      {"a signed number changed; NaN is the same as NaN",
+       "physical_cameras { peripheral_id: \"c\" cadmor { gpio { fsin: 1 } } camx { streams { frame_rate: nan "
+       "lane_count: 2 } } }",
+       "physical_cameras { peripheral_id: \"c\" cadmor { gpio { fsin: -1 } } camx { streams { frame_rate: "
+       "nan lane_count: 4 } } }",
+       {"physical_cameras[c].camx.streams[0].lane_count: 2 -> 4",
+        "physical_cameras[c].cadmor.gpio.fsin: 1 -> -1"}},
       {"duplicate keys paired in order of appearance",
        "peripherals { id: \"d\" type: PERIPHERAL_TYPE_IMU } peripherals { id: \"d\" type: "
        "PERIPHERAL_TYPE_MAG }"
@@ -191,7 +198,7 @@ TEST(Diff, ComparesUnknownFieldsOfEveryWireType) {
   struct Row {
     const char* wire_type;
     std::string a, b;
-    const char* shown_a;
+    std::string shown_a;
   };
   const Row rows[] = {
       {"varint", "\x38\x01", "\x38\x02", "{ 7: 1 }"},
@@ -201,6 +208,8 @@ TEST(Diff, ComparesUnknownFieldsOfEveryWireType) {
        std::string("\x39\x01\x00\x00\x00\x00\x00\x00\x01", 9), "{ 7: 0x0000000000000001 }"},
       {"length-delimited", "\x3a\x01y", "\x3a\x01z", "{ 7: \"y\" }"},
       {"group", "\x3b\x08\x01\x3c", "\x3b\x08\x02\x3c", "{ 7 { 1: 1 } }"},
+      {"long, and shown cut", "\x3a\x46" + std::string(70, 'y'), "\x3a\x46" + std::string(70, 'z'),
+       "{ 7: \"" + std::string(56, 'y') + "... }"},
   };
   const auto entry = [](const std::string& unknown) {
     pcfg::Config config;

@@ -221,7 +221,7 @@ const HostileCase kCases[] = {
      }},
     {"DanglingSymbolicLinkCreatesItsTarget",
      [](const std::string& dir) {
-       ::symlink("made.binpb", (dir + "/dangling.binpb").c_str());
+       ::symlink((dir + "/made.binpb").c_str(), (dir + "/dangling.binpb").c_str());  // an absolute target
        return Pcfg({"compile", Put(dir, "in.txtpb", kClean), "-o", dir + "/dangling.binpb"});
      },
      0, "wrote",
@@ -229,6 +229,36 @@ const HostileCase kCases[] = {
        EXPECT_EQ(TypeOf(dir + "/dangling.binpb"), static_cast<mode_t>(S_IFLNK));
        EXPECT_EQ(TypeOf(dir + "/made.binpb"), static_cast<mode_t>(S_IFREG));
      }},
+    {"RelativeOutputNameInTheWorkingFolder",
+     [](const std::string& dir) {
+       Put(dir, "in.txtpb", kClean);
+       return "cd " + Quote(dir) + " && " + Pcfg({"compile", "in.txtpb", "-o", "out.binpb"});
+     },
+     0, "wrote out.binpb",
+     [](const std::string& dir, const std::string&) { EXPECT_EQ(TypeOf(dir + "/out.binpb"), S_IFREG); }},
+    {"StandardErrorByName",
+     [](const std::string& dir) {
+       return Pcfg({"compile", Put(dir, "in.txtpb", kClean), "-o", "/dev/stderr"});
+     },
+     0,
+     "\x52\x08\x0a\x04"
+     "fpga"},  // the compiled bytes
+    {"DescriptorThatIsNotOpenAsOutput",
+     [](const std::string& dir) {
+       return Pcfg({"compile", Put(dir, "in.txtpb", kClean), "-o", "/dev/fd/9"}) + " 9>&-";
+     },
+     2, "/dev/fd/9: error: cannot write: Bad file descriptor"},
+    {"OutputInsideAFile",
+     [](const std::string& dir) {
+       return Pcfg({"compile", Put(dir, "in.txtpb", kClean), "-o", Put(dir, "plain", "") + "/out.binpb"});
+     },
+     2, "plain/out.binpb: error: cannot write: Not a directory"},
+    {"DeviceWithoutADriverAsOutput",
+     [](const std::string& dir) {
+       ::mknod((dir + "/nodriver").c_str(), S_IFCHR | 0666, makedev(240, 250));  // a number left unassigned
+       return Pcfg({"compile", Put(dir, "in.txtpb", kClean), "-o", dir + "/nodriver"});
+     },
+     2, "nodriver: error: cannot open: No such device or address", nullptr, true},
     {"ReadOnlyOutputIsRefused",
      [](const std::string& dir) {
        ::chmod(Put(dir, "ro.binpb", "precious").c_str(), 0444);

@@ -172,6 +172,25 @@ TEST(StrictJson, RefusesWhatOtherRuntimesRefuseAndSaysWhere) {
       {"{} {}", "1:4: invalid JSON: text after the end"},
       {"{\"peripherals\": [{\"id\": \"a", "1:25: invalid JSON: a string that is never closed"},
       {"{\"peripherals\": [", "1:18: invalid JSON: the input ends where a value should follow"},
+      {R"({"peripherals": x})", "1:17: invalid JSON: expected a value"},
+      {R"({"deviceInfo": {"socName": tru}})", "1:28: invalid JSON: expected a value"},
+      {R"({"generalConfigs": {"cadmorCameraVersion": -}})", "1:44: invalid JSON: not a number"},
+      {R"({"generalConfigs": {"cadmorCameraVersion": 1e}})", "1:44: invalid JSON: an exponent needs digits"},
+      {R"({"deviceInfo": {"socName": "\u12G4"}})", "1:29: invalid JSON: \\u takes four hexadecimal digits"},
+      {R"({"peripherals": [{} {}]})", "1:21: invalid JSON: expected ',' or ']' after an element of a list"},
+      {R"({"peripherals" []})", "1:16: invalid JSON: expected ':' after a member name"},
+      {R"({"peripherals": [] "x": 1})", "1:20: invalid JSON: expected ',' or '}' after a member"},
+      {R"({"systemOptions": [{"optionsQcCamx": {}, "optionsQcCamxCci": {}}]})",
+       "1:42: not a PeripheralConfig in the JSON mapping: fields \"options_qc_camx\" and "
+       "\"options_qc_camx_cci\" "
+       "are both set, but only one member of oneof \"options\" may be"},
+      {R"({"physicalCameras": [{"camx": {"sensorSlaveAddr": {}}}]})",
+       "1:51: not a PeripheralConfig in the JSON mapping: field \"sensor_slave_addr\" is of type "
+       "google.protobuf.UInt32Value: an object is not its value"},
+      // A name with escapes is looked up as it reads, in one, two, three and four bytes of UTF-8.
+      {R"({"a\u00E9\u4e00\ud83d\ude00": 1})",
+       "1:2: not a PeripheralConfig in the JSON mapping: Talvo.Peripherals.Config.Models.PeripheralConfig "
+       "has no field \"a\xc3\xa9\xe4\xb8\x80\xf0\x9f\x98\x80\""},
   };
   for (const Row& row : rows) {
     const auto [ok, says] = LoadJson(row.json);
@@ -181,7 +200,10 @@ TEST(StrictJson, RefusesWhatOtherRuntimesRefuseAndSaysWhere) {
   // What the mapping allows, each of its forms once.
   for (const char* json : {
            R"({})",
-           " \t\r\n{ \"peripherals\" : [ ] , \"device_info\" : null } \n",
+           " \t\r\n{ \"peripherals\" : [ ] ,                  \"device_info\" : null } \n",
+           R"({"peripherals": null, "generalConfigs": {"cadmorCameraVersion": 1E2}})",
+           // A member of a oneof set to null leaves the oneof free.
+           R"({"systemOptions": [{"optionsQcCamx": null, "optionsQcCamxCci": {}}]})",
            R"({"deviceInfo": {"socName": "\u00e9\"\\\/\b\f\n\r\t\ud83d\ude00"}})",
            R"({"generalConfigs": {"cadmorCameraVersion": 0.5e+1}})",
        }) {

@@ -436,20 +436,42 @@ TEST(Graph, RendersImagesWithDot) {
   }
 }
 
-TEST(Graph, MissingDotIsReportedAndNothingWritten) {
+// A dot that is missing, cannot run, fails or is killed: graph says so and writes nothing.
+TEST(Graph, DotThatCannotRenderIsReportedAndNothingWritten) {
   const std::string input = Written("no-dot.txtpb", kSmall);
-  const std::string empty_dir = Scratch("empty-path");
-  ::mkdir(empty_dir.c_str(), 0755);
+  struct Row {
+    const char* dot;  // the script standing in for dot; nullptr: none on PATH
+    mode_t mode;
+    const char* says;
+  };
+  const Row rows[] = {
+      {nullptr, 0, "Graphviz's dot is not on PATH; install the Debian package graphviz"},
+      {"#!/bin/sh\nexit 0\n", 0644, "cannot run dot: Permission denied"},
+      {"#!/bin/sh\nexit 3\n", 0755, "dot failed with exit status 3"},
+      {"#!/bin/sh\nkill -9 $$\n", 0755, "dot was killed"},
+  };
   const std::string saved = std::getenv("PATH") ? std::getenv("PATH") : "";
-  ::setenv("PATH", empty_dir.c_str(), 1);
-  const auto run = Pcfg({"graph", input, "-o", Scratch("no-dot.svg")});
-  ::setenv("PATH", saved.c_str(), 1);
-  EXPECT_EQ(run.status, 2);
-  EXPECT_NE(run.err.find("package graphviz"), std::string::npos) << run.err;
-  struct stat info;
-  EXPECT_NE(::stat(Scratch("no-dot.svg").c_str(), &info), 0);
+  int n = 0;
+  for (const Row& row : rows) {
+    const std::string dir = Scratch("fake-dot-" + std::to_string(n++));
+    ::mkdir(dir.c_str(), 0755);
+    if (row.dot != nullptr) {
+      WriteFile(dir + "/dot", row.dot);
+      ::chmod((dir + "/dot").c_str(), row.mode);
+    }
+    ::setenv("PATH", dir.c_str(), 1);
+    const auto run = Pcfg({"graph", input, "-o", dir + "/out.svg"});
+    ::setenv("PATH", saved.c_str(), 1);
+    EXPECT_EQ(run.status, 2) << row.says;
+    EXPECT_NE(run.err.find(row.says), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("(nothing written)"), std::string::npos) << run.err;
+    struct stat info;
+    EXPECT_NE(::stat((dir + "/out.svg").c_str(), &info), 0) << row.says;
+  }
   // DOT itself needs no Graphviz.
+  ::setenv("PATH", Scratch("fake-dot-0").c_str(), 1);
   EXPECT_EQ(Pcfg({"graph", input, "-o", Scratch("no-dot.dot")}).status, 0);
+  ::setenv("PATH", saved.c_str(), 1);
 }
 
 TEST(ShowGraph, ExitStatuses) {
