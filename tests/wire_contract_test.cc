@@ -210,10 +210,6 @@ TEST(Wire, NegativeZeroDoubleReadsBackAsZero) {
   models::CamXPhysicalCamera_LensInfo back;
   ASSERT_TRUE(back.ParseFromString(wire));
   EXPECT_EQ(back.focal_length(), 0.0);
-
-  models::CameraStreamConfig config;
-  config.set_gamma_correction_factor(1.0);
-  EXPECT_EQ(Hex(config.SerializeAsString()), "F1 01 00 00 00 00 00 00 F0 3F");
 }
 
 }  // namespace

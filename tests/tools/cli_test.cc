@@ -74,6 +74,9 @@ TEST(Cli, StatusAndWhatARunSays) {
   const std::string suppressed =
       Written("suppressed.txtpb",
               std::string(kSmall) + "peripherals { id: \"fpga\" }  # pcfg: ignore duplicate-id -- kept\n");
+  std::string same;
+  for (int i = 0; i < 1000; ++i) same += "peripherals { id: \"same\" }\n";
+  const std::string repeated = Written("same.txtpb", same);
   const std::string unknown_extension = Written("newcomer.txt", kSmall);
   ASSERT_EQ(Pcfg({"compile", clean, "-o", Scratch("forms.binpb")}).status, 0);
   ASSERT_EQ(Pcfg({"decode", Scratch("forms.binpb"), "-o", Scratch("forms.JSON")}).status, 0);
@@ -101,6 +104,10 @@ TEST(Cli, StatusAndWhatARunSays) {
       {{"check", suppressed}, 0, "suppressed.txtpb: 0 error(s), 0 warning(s), 1 suppressed"},
       {{"check", "--format", "json", suppressed}, 0, "\"justification\": \"kept\""},
       {{"compile", suppressed, "-o", Scratch("suppressed.binpb")}, 0, "wrote"},
+      {{"check", "--werror",
+        Written("stale.txtpb", "# pcfg: ignore no-driver\nperipherals { id: \"imu\" }\n")},
+       1,
+       "stale.txtpb:1:1: error: the suppression silences nothing: no finding of its rules on lines 2 to 2"},
       {{"check", broken}, 2, "broken.txtpb:1:"},
       {{"check", Written("syntax.txtpb", "peripherals {\n  id: 3 3\n}\n")}, 2, "syntax.txtpb:2:"},
       {{"check", Written("bad.json", "{\n  \"peripherals\": [\n    {\"id\": }\n  ]\n}\n")}, 2, "bad.json:3:"},
@@ -113,6 +120,15 @@ TEST(Cli, StatusAndWhatARunSays) {
       {{"check", "--max-diagnostics=-1", clean}, 2, "expected a whole number from 0 (all) to 999999999"},
       {{"check", "--max-diagnostics=4294967296", clean}, 2, "expected a whole number"},
       {{"check", "--max-diagnostics=999999999", clean}, 0, "0 error(s)"},
+      {{"check", "--max-diagnostics", "5", repeated},
+       1,
+       "note: 994 more finding(s) of this rule not shown (--max-diagnostics 5) [duplicate-id]"},
+      // show and graph
+      {{"show", broken}, 2, "broken.txtpb:1:"},
+      {{"graph", broken}, 2, "broken.txtpb:1:"},
+      {{"show"}, 2, ""},
+      {{"graph"}, 2, ""},
+      {{"show", clean, "--format", "yaml"}, 2, ""},
       // commands and help
       {{}, 2, ""},
       {{"nope"}, 2, "no command 'nope'; the commands are compile, decode, check"},

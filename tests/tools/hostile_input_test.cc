@@ -380,16 +380,6 @@ const HostileCase kCases[] = {
        return "yes | " + Pcfg({"check", "--max-input-size", "1M", "-"});
      },
      2, "<stdin>: error: input is larger than the limit of 1 MiB"},
-    {"FindingsAreCappedWithACount",
-     [](const std::string& dir) {
-       std::string text;
-       for (int i = 0; i < 1000; ++i) text += "peripherals { id: \"same\" }\n";
-       return Pcfg({"check", "--max-diagnostics", "5", Put(dir, "same.txtpb", text)});
-     },
-     1, "note: 994 more finding(s) of this rule not shown (--max-diagnostics 5) [duplicate-id]",
-     [](const std::string&, const std::string& out) {
-       EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 6) << out;
-     }},
     // ---- outputs that go away or fill up ----
     {"ClosedPipeIsAWriteError",
      [](const std::string& dir) {

@@ -35,21 +35,22 @@ TEST(TextInTwo, CutsOnlyBetweenFieldsOfTheRoot) {
   for (const Row& row : rows) EXPECT_EQ(pcfg::TextCutPoint(row.text, row.hint), row.cut) << row.text;
 }
 
-// Whether two threads parse TEXT (however short) into what one parse gives.
-bool SameAsOneParse(const std::string& text) {
-  pcfg::LoadedConfig two;
-  if (!pcfg::ParseTextInTwo(text, &two.config, 0)) return false;
-  const pcfg::LoadedConfig one = pcfg_test::ParseText(text);
-  return google::protobuf::util::MessageDifferencer::Equals(one.config, two.config);
+// Two threads give what one parse gives, from text and from JSON (however short: cut at hint 0).
+TEST(ParseInTwo, GivesWhatOneParseGives) {
+  for (const std::string& text :
+       {pcfg_test::ReadFile(pcfg_test::ExamplePath("headset.txtpb")), pcfg_test::ChainBackToFirst(1000)}) {
+    const pcfg::LoadedConfig one = pcfg_test::ParseText(text);
+    std::string json;
+    ASSERT_TRUE(google::protobuf::util::MessageToJsonString(one.config, &json).ok());
+    pcfg::LoadedConfig from_text, from_json;
+    ASSERT_TRUE(pcfg::ParseTextInTwo(text, &from_text.config, 0));
+    ASSERT_TRUE(pcfg::ParseJsonInTwo(json, &from_json.config, 0));
+    EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(one.config, from_text.config));
+    EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(one.config, from_json.config));
+  }
 }
 
-TEST(TextInTwo, GivesWhatOneParseGives) {
-  std::string example = pcfg_test::ReadFile(pcfg_test::ExamplePath("headset.txtpb"));
-  EXPECT_TRUE(SameAsOneParse(example));
-  EXPECT_TRUE(SameAsOneParse(pcfg_test::ChainBackToFirst(1000)));
-}
-
-TEST(TextInTwo, LeavesToOneThreadWhatItCannotParseInTwo) {
+TEST(ParseInTwo, LeavesToOneThreadWhatItCannotParseInTwo) {
   pcfg::LoadedConfig loaded;
   // Either half alone is fine; together they set device_info twice, which the parser refuses.
   EXPECT_FALSE(pcfg::ParseTextInTwo("device_info { soc_name: \"a\" }\ndevice_info { soc_name: \"b\" }\n",
@@ -60,6 +61,13 @@ TEST(TextInTwo, LeavesToOneThreadWhatItCannotParseInTwo) {
   pcfg::LoadedConfig small;
   EXPECT_FALSE(pcfg::ParseTextInTwo("peripherals { id: \"a\" }\nperipherals { id: \"b\" }\n", &small.config))
       << "short text is not worth a second thread";
+  pcfg::LoadedConfig twice_json;
+  EXPECT_FALSE(pcfg::ParseJsonInTwo(
+      R"({"deviceInfo": {}, "peripherals": [{"id": "a"}, {"id": "b"}], "device_info": {}})",
+      &twice_json.config, 0));
+  pcfg::LoadedConfig broken_json;
+  EXPECT_FALSE(
+      pcfg::ParseJsonInTwo(R"({"peripherals": [{"id": "a"}, {"nonsense": 1}]})", &broken_json.config, 0));
 }
 
 TEST(JsonInTwo, CutsOnlyBetweenElementsOfAMembersArray) {
@@ -97,24 +105,6 @@ TEST(JsonInTwo, CutsOnlyBetweenElementsOfAMembersArray) {
     EXPECT_EQ(halves.first, row.first) << row.json;
     EXPECT_EQ(halves.second, row.second) << row.json;
   }
-}
-
-TEST(JsonInTwo, GivesWhatOneParseGives) {
-  for (const std::string& text :
-       {pcfg_test::ReadFile(pcfg_test::ExamplePath("headset.txtpb")), pcfg_test::ChainBackToFirst(1000)}) {
-    const pcfg::LoadedConfig one = pcfg_test::ParseText(text);
-    std::string json;
-    ASSERT_TRUE(google::protobuf::util::MessageToJsonString(one.config, &json).ok());
-    pcfg::LoadedConfig two;
-    ASSERT_TRUE(pcfg::ParseJsonInTwo(json, &two.config, 0));
-    EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(one.config, two.config));
-  }
-  pcfg::LoadedConfig twice;
-  EXPECT_FALSE(pcfg::ParseJsonInTwo(
-      R"({"deviceInfo": {}, "peripherals": [{"id": "a"}, {"id": "b"}], "device_info": {}})", &twice.config,
-      0));
-  pcfg::LoadedConfig broken;
-  EXPECT_FALSE(pcfg::ParseJsonInTwo(R"({"peripherals": [{"id": "a"}, {"nonsense": 1}]})", &broken.config, 0));
 }
 
 // One loader run over JSON: whether it loaded, and its first diagnostic as "line:column: message".
