@@ -120,15 +120,6 @@ TEST(Malformed, FailedParseKeepsWhatWasRead) {
   }
 }
 
-TEST(Malformed, ParseClearsFirstAndMergeDoesNot) {
-  models::Peripheral peripheral;
-  peripheral.set_id("before");
-  ASSERT_TRUE(peripheral.MergeFromString(Bytes("10 05")));
-  EXPECT_EQ(peripheral.id(), "before");
-  ASSERT_TRUE(peripheral.ParseFromString(Bytes("10 05")));
-  EXPECT_EQ(peripheral.id(), "");
-}
-
 TEST(Malformed, TruncatedRootOfEveryPrefixNeverCrashes) {
   models::PeripheralConfig config;
   config.add_peripherals()->set_id("cam0");

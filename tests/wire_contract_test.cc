@@ -210,23 +210,6 @@ TEST(Wire, NegativeZeroDoubleReadsBackAsZero) {
   models::CamXPhysicalCamera_LensInfo back;
   ASSERT_TRUE(back.ParseFromString(wire));
   EXPECT_EQ(back.focal_length(), 0.0);
-
-  models::CameraStreamConfig config;
-  config.set_gamma_correction_factor(1.0);
-  EXPECT_EQ(Hex(config.SerializeAsString()), "F1 01 00 00 00 00 00 00 F0 3F");
-}
-
-TEST(Wire, WrapperPresenceOfZeroAndEmptyValues) {
-  models::CamXPhysicalCamera camera;
-  camera.mutable_sensor_slave_addr()->set_value(0);
-  camera.mutable_ois_name()->set_value("");
-  camera.set_actuator_name("");
-  models::CamXPhysicalCamera back;
-  ASSERT_TRUE(back.ParseFromString(camera.SerializeAsString()));
-  EXPECT_TRUE(back.has_sensor_slave_addr());
-  EXPECT_TRUE(back.has_ois_name());
-  EXPECT_FALSE(back.has_eeprom_slave_addr());
-  EXPECT_EQ(Hex(camera.SerializeAsString()), "9A 01 00 B2 01 00");
 }
 
 }  // namespace

@@ -364,17 +364,6 @@ TEST(Rules, HexSyntax) {
   }
 }
 
-TEST(Diagnostics, PointAtLineAndColumnOfTextInput) {
-  const auto diagnostics = Check("peripherals { id: \"a\" }\n\nperipherals {\n  id: \"a\"\n}\n");
-  ASSERT_EQ(diagnostics.size(), 1u);
-  EXPECT_EQ(diagnostics[0].line, 4);
-  EXPECT_EQ(diagnostics[0].column, 3);
-  EXPECT_EQ(std::make_pair(diagnostics[0].end_line, diagnostics[0].end_column), std::make_pair(4, 10));
-  EXPECT_EQ(
-      pcfg::FormatDiagnostic(diagnostics[0]),
-      "test.txtpb:4:3: error: peripherals[1].id: peripheral id \"a\" repeats peripherals[0] [duplicate-id]");
-}
-
 TEST(Diagnostics, RangesCoverTheFieldOrEntryTheyAreAbout) {
   struct Row {
     const char* text;
@@ -382,6 +371,7 @@ TEST(Diagnostics, RangesCoverTheFieldOrEntryTheyAreAbout) {
     int line, column, end_line, end_column;
   };
   const Row rows[] = {
+      {"peripherals { id: \"a\" }\n\nperipherals {\n  id: \"a\"\n}\n", "duplicate-id", 4, 3, 4, 10},
       // A field from its name to its value, a tab counting to the next multiple of 8.
       {"peripherals { id: \"a\" dependencies {\n\tperipheral_id: \"gone\" } }", "dangling-reference", 2, 9, 2,
        30},
@@ -393,6 +383,10 @@ TEST(Diagnostics, RangesCoverTheFieldOrEntryTheyAreAbout) {
       {"peripherals { id: \"s\" type: PERIPHERAL_TYPE_CAMERASET }\n"
        "camera_sets { peripheral_id: \"s\" camera_peripheral_ids: [\"x\", \"gone\"] }",
        "dangling-reference", 2, 63, 2, 69},
+      // An element of a list written as one field per element.
+      {"peripherals { id: \"s\" type: PERIPHERAL_TYPE_CAMERASET }\n"
+       "camera_sets { peripheral_id: \"s\" camera_peripheral_ids: \"x\"\n  camera_peripheral_ids: \"gone\" }",
+       "dangling-reference", 3, 3, 3, 32},
   };
   for (const Row& row : rows) {
     pcfg::CheckOptions only;
@@ -450,6 +444,16 @@ TEST(Suppressions, SilenceTheirLineOrTheEntryAfterThem) {
        {"unused-suppression"},
        0,
        ""},
+      {"written tight, with ':' before the reason",
+       registry + "physical_cameras { peripheral_id: \"cam\" }  #pcfg:ignore no-driver: from the template\n",
+       {},
+       1,
+       "from the template"},
+      {"one that names no rule is no suppression",
+       registry + "physical_cameras { peripheral_id: \"cam\" }  # pcfg: ignore\n",
+       {"no-driver"},
+       0,
+       ""},
       {"a comment that is no suppression",
        registry + "physical_cameras { peripheral_id: \"cam\" }  # pcfg ignores\n",
        {"no-driver"},
@@ -478,27 +482,6 @@ TEST(Suppressions, SilenceTheirLineOrTheEntryAfterThem) {
   pcfg::CheckOptions without;
   without.disabled = {"duplicate-id"};
   EXPECT_TRUE(RulesFired(Check(rows[3].text, without)).empty());
-}
-
-TEST(Diagnostics, WerrorDisableAndOnly) {
-  // One warning (missing-entry) and one error (dangling-reference).
-  const char* text =
-      R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA dependencies { peripheral_id: "x" } })";
-  EXPECT_EQ(RulesFired(Check(text)), (std::set<std::string>{"missing-entry", "dangling-reference"}));
-  pcfg::CheckOptions werror;
-  werror.werror = true;
-  for (const Diagnostic& d : Check(text, werror)) {
-    if (d.severity == pcfg::Severity::kNote) continue;
-    EXPECT_EQ(d.severity, pcfg::Severity::kError) << d.rule;
-  }
-  pcfg::CheckOptions disabled;
-  disabled.disabled = {"missing-entry"};
-  EXPECT_EQ(RulesFired(Check(text, disabled)), std::set<std::string>{"dangling-reference"});
-  pcfg::CheckOptions only;
-  only.only = {"missing-entry"};
-  EXPECT_EQ(RulesFired(Check(text, only)), std::set<std::string>{"missing-entry"});
-  only.disabled = {"missing-entry"};
-  EXPECT_TRUE(Check(text, only).empty()) << "--disable wins over --only";
 }
 
 }  // namespace

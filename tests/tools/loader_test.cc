@@ -35,21 +35,22 @@ TEST(TextInTwo, CutsOnlyBetweenFieldsOfTheRoot) {
   for (const Row& row : rows) EXPECT_EQ(pcfg::TextCutPoint(row.text, row.hint), row.cut) << row.text;
 }
 
-// Whether two threads parse TEXT (however short) into what one parse gives.
-bool SameAsOneParse(const std::string& text) {
-  pcfg::LoadedConfig two;
-  if (!pcfg::ParseTextInTwo(text, &two.config, 0)) return false;
-  const pcfg::LoadedConfig one = pcfg_test::ParseText(text);
-  return google::protobuf::util::MessageDifferencer::Equals(one.config, two.config);
+// Two threads give what one parse gives, from text and from JSON (however short: cut at hint 0).
+TEST(ParseInTwo, GivesWhatOneParseGives) {
+  for (const std::string& text :
+       {pcfg_test::ReadFile(pcfg_test::ExamplePath("headset.txtpb")), pcfg_test::ChainBackToFirst(1000)}) {
+    const pcfg::LoadedConfig one = pcfg_test::ParseText(text);
+    std::string json;
+    ASSERT_TRUE(google::protobuf::util::MessageToJsonString(one.config, &json).ok());
+    pcfg::LoadedConfig from_text, from_json;
+    ASSERT_TRUE(pcfg::ParseTextInTwo(text, &from_text.config, 0));
+    ASSERT_TRUE(pcfg::ParseJsonInTwo(json, &from_json.config, 0));
+    EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(one.config, from_text.config));
+    EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(one.config, from_json.config));
+  }
 }
 
-TEST(TextInTwo, GivesWhatOneParseGives) {
-  std::string example = pcfg_test::ReadFile(pcfg_test::ExamplePath("headset.txtpb"));
-  EXPECT_TRUE(SameAsOneParse(example));
-  EXPECT_TRUE(SameAsOneParse(pcfg_test::ChainBackToFirst(1000)));
-}
-
-TEST(TextInTwo, LeavesToOneThreadWhatItCannotParseInTwo) {
+TEST(ParseInTwo, LeavesToOneThreadWhatItCannotParseInTwo) {
   pcfg::LoadedConfig loaded;
   // Either half alone is fine; together they set device_info twice, which the parser refuses.
   EXPECT_FALSE(pcfg::ParseTextInTwo("device_info { soc_name: \"a\" }\ndevice_info { soc_name: \"b\" }\n",
@@ -60,6 +61,13 @@ TEST(TextInTwo, LeavesToOneThreadWhatItCannotParseInTwo) {
   pcfg::LoadedConfig small;
   EXPECT_FALSE(pcfg::ParseTextInTwo("peripherals { id: \"a\" }\nperipherals { id: \"b\" }\n", &small.config))
       << "short text is not worth a second thread";
+  pcfg::LoadedConfig twice_json;
+  EXPECT_FALSE(pcfg::ParseJsonInTwo(
+      R"({"deviceInfo": {}, "peripherals": [{"id": "a"}, {"id": "b"}], "device_info": {}})",
+      &twice_json.config, 0));
+  pcfg::LoadedConfig broken_json;
+  EXPECT_FALSE(
+      pcfg::ParseJsonInTwo(R"({"peripherals": [{"id": "a"}, {"nonsense": 1}]})", &broken_json.config, 0));
 }
 
 TEST(JsonInTwo, CutsOnlyBetweenElementsOfAMembersArray) {
@@ -97,24 +105,6 @@ TEST(JsonInTwo, CutsOnlyBetweenElementsOfAMembersArray) {
     EXPECT_EQ(halves.first, row.first) << row.json;
     EXPECT_EQ(halves.second, row.second) << row.json;
   }
-}
-
-TEST(JsonInTwo, GivesWhatOneParseGives) {
-  for (const std::string& text :
-       {pcfg_test::ReadFile(pcfg_test::ExamplePath("headset.txtpb")), pcfg_test::ChainBackToFirst(1000)}) {
-    const pcfg::LoadedConfig one = pcfg_test::ParseText(text);
-    std::string json;
-    ASSERT_TRUE(google::protobuf::util::MessageToJsonString(one.config, &json).ok());
-    pcfg::LoadedConfig two;
-    ASSERT_TRUE(pcfg::ParseJsonInTwo(json, &two.config, 0));
-    EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(one.config, two.config));
-  }
-  pcfg::LoadedConfig twice;
-  EXPECT_FALSE(pcfg::ParseJsonInTwo(
-      R"({"deviceInfo": {}, "peripherals": [{"id": "a"}, {"id": "b"}], "device_info": {}})", &twice.config,
-      0));
-  pcfg::LoadedConfig broken;
-  EXPECT_FALSE(pcfg::ParseJsonInTwo(R"({"peripherals": [{"id": "a"}, {"nonsense": 1}]})", &broken.config, 0));
 }
 
 // One loader run over JSON: whether it loaded, and its first diagnostic as "line:column: message".
@@ -172,6 +162,25 @@ TEST(StrictJson, RefusesWhatOtherRuntimesRefuseAndSaysWhere) {
       {"{} {}", "1:4: invalid JSON: text after the end"},
       {"{\"peripherals\": [{\"id\": \"a", "1:25: invalid JSON: a string that is never closed"},
       {"{\"peripherals\": [", "1:18: invalid JSON: the input ends where a value should follow"},
+      {R"({"peripherals": x})", "1:17: invalid JSON: expected a value"},
+      {R"({"deviceInfo": {"socName": tru}})", "1:28: invalid JSON: expected a value"},
+      {R"({"generalConfigs": {"cadmorCameraVersion": -}})", "1:44: invalid JSON: not a number"},
+      {R"({"generalConfigs": {"cadmorCameraVersion": 1e}})", "1:44: invalid JSON: an exponent needs digits"},
+      {R"({"deviceInfo": {"socName": "\u12G4"}})", "1:29: invalid JSON: \\u takes four hexadecimal digits"},
+      {R"({"peripherals": [{} {}]})", "1:21: invalid JSON: expected ',' or ']' after an element of a list"},
+      {R"({"peripherals" []})", "1:16: invalid JSON: expected ':' after a member name"},
+      {R"({"peripherals": [] "x": 1})", "1:20: invalid JSON: expected ',' or '}' after a member"},
+      {R"({"systemOptions": [{"optionsQcCamx": {}, "optionsQcCamxCci": {}}]})",
+       "1:42: not a PeripheralConfig in the JSON mapping: fields \"options_qc_camx\" and "
+       "\"options_qc_camx_cci\" "
+       "are both set, but only one member of oneof \"options\" may be"},
+      {R"({"physicalCameras": [{"camx": {"sensorSlaveAddr": {}}}]})",
+       "1:51: not a PeripheralConfig in the JSON mapping: field \"sensor_slave_addr\" is of type "
+       "google.protobuf.UInt32Value: an object is not its value"},
+      // A name with escapes is looked up as it reads, in one, two, three and four bytes of UTF-8.
+      {R"({"a\u00E9\u4e00\ud83d\ude00": 1})",
+       "1:2: not a PeripheralConfig in the JSON mapping: Talvo.Peripherals.Config.Models.PeripheralConfig "
+       "has no field \"a\xc3\xa9\xe4\xb8\x80\xf0\x9f\x98\x80\""},
   };
   for (const Row& row : rows) {
     const auto [ok, says] = LoadJson(row.json);
@@ -181,7 +190,10 @@ TEST(StrictJson, RefusesWhatOtherRuntimesRefuseAndSaysWhere) {
   // What the mapping allows, each of its forms once.
   for (const char* json : {
            R"({})",
-           " \t\r\n{ \"peripherals\" : [ ] , \"device_info\" : null } \n",
+           " \t\r\n{ \"peripherals\" : [ ] ,                  \"device_info\" : null } \n",
+           R"({"peripherals": null, "generalConfigs": {"cadmorCameraVersion": 1E2}})",
+           // A member of a oneof set to null leaves the oneof free.
+           R"({"systemOptions": [{"optionsQcCamx": null, "optionsQcCamxCci": {}}]})",
            R"({"deviceInfo": {"socName": "\u00e9\"\\\/\b\f\n\r\t\ud83d\ude00"}})",
            R"({"generalConfigs": {"cadmorCameraVersion": 0.5e+1}})",
        }) {

@@ -1,5 +1,6 @@
 // pcfg check --format sarif: what code-review systems read, checked by the official validator.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <nlohmann/json.hpp>
@@ -26,24 +27,30 @@ const char kFindings[] = R"(peripherals {
 peripherals { id: "cam" type: PERIPHERAL_TYPE_IMU }
 )";
 
-// A SARIF log of pcfg check over a text file with findings, a binary file with one and a file
-// that does not parse; the working folder is the scratch folder, so URIs are relative to it.
+// A SARIF log of pcfg check over a text file with findings, a binary file with one, a file that
+// does not parse, findings silenced with and without a reason (the second in a file whose name
+// needs escaping) and a file outside the working folder, the folder "sarif" in the scratch folder:
+// URIs are relative to it, or absolute for what lies outside.
 json SarifOfEveryKindOfInput() {
-  Written("findings.txtpb", kFindings);
+  ::mkdir(Scratch("sarif").c_str(), 0755);
+  Written("sarif/findings.txtpb", kFindings);
   // A binary configuration whose only finding is a repeated id: the second peripheral's id
   // record starts at byte 11 (the first peripheral takes 9 bytes, its own record header 2).
+  const char kDuplicate[] = "peripherals { id: \"d\" }\nperipherals { id: \"d\" }";
   Written("dup.txtpb",
           "peripherals { id: \"imu\" type: PERIPHERAL_TYPE_IMU }\n"
           "peripherals { id: \"imu\" type: PERIPHERAL_TYPE_IMU }\n");
-  EXPECT_EQ(Pcfg({"compile", "--no-check", Scratch("dup.txtpb"), "-o", Scratch("dup.binpb")}).status, 0);
-  Written("broken.txtpb", "peripherals {\n  id: 3\n");
-  Written("suppressed.txtpb",
-          "peripherals { id: \"d\" }\nperipherals { id: \"d\" }  # pcfg: ignore duplicate-id -- kept on "
-          "purpose\n");
-  const auto run =
-      pcfg_test::Shell("cd " + pcfg_test::Quote(pcfg_test::ScratchDir()) + " && " +
-                       pcfg_test::PcfgCommandLine({"check", "--format", "sarif", "findings.txtpb",
-                                                   "dup.binpb", "broken.txtpb", "suppressed.txtpb"}));
+  EXPECT_EQ(Pcfg({"compile", "--no-check", Scratch("dup.txtpb"), "-o", Scratch("sarif/dup.binpb")}).status,
+            0);
+  Written("sarif/broken.txtpb", "peripherals {\n  id: 3\n");
+  Written("sarif/suppressed.txtpb",
+          std::string(kDuplicate) + "  # pcfg: ignore duplicate-id -- kept on purpose\n");
+  Written("sarif/odd name.txtpb", std::string(kDuplicate) + "  # pcfg: ignore duplicate-id\n");
+  Written("outside.txtpb", kDuplicate);
+  const auto run = pcfg_test::Shell(
+      "cd " + pcfg_test::Quote(Scratch("sarif")) + " && " +
+      pcfg_test::PcfgCommandLine({"check", "--format", "sarif", "findings.txtpb", "dup.binpb", "broken.txtpb",
+                                  "suppressed.txtpb", "odd name.txtpb", "../outside.txtpb"}));
   EXPECT_EQ(run.status, 2) << run.err;
   std::ofstream(Scratch("log.sarif")) << run.out;
   return json::parse(run.out);
@@ -73,10 +80,14 @@ TEST(Sarif, DriverListsEveryRuleAndResultsPointAtTheirLines) {
     EXPECT_EQ(driver["rules"][result["ruleIndex"].get<int>()]["id"], rule);
     seen.insert(rule + " " + uri + " " + physical["region"].dump());
     // A finding silenced in the source is reported with its suppression, not dropped.
-    EXPECT_EQ(result.contains("suppressions"), uri == "suppressed.txtpb") << result.dump();
+    EXPECT_EQ(result.contains("suppressions"), uri == "suppressed.txtpb" || uri == "odd%20name.txtpb")
+        << result.dump();
     if (uri == "suppressed.txtpb") {
       EXPECT_EQ(result["suppressions"],
                 json::parse(R"([{"kind": "inSource", "justification": "kept on purpose"}])"));
+    }
+    if (uri == "odd%20name.txtpb") {
+      EXPECT_EQ(result["suppressions"], json::parse(R"([{"kind": "inSource"}])"));
     }
     if (uri == "dup.binpb") {
       EXPECT_EQ(result["locations"][0]["logicalLocations"][0]["fullyQualifiedName"], "peripherals[1].id");
@@ -91,6 +102,9 @@ TEST(Sarif, DriverListsEveryRuleAndResultsPointAtTheirLines) {
           R"(duplicate-id dup.binpb {"byteLength":5,"byteOffset":11})",
           R"(load-error broken.txtpb {"startColumn":7,"startLine":2})",
           R"(duplicate-id suppressed.txtpb {"endColumn":22,"endLine":2,"startColumn":15,"startLine":2})",
+          R"(duplicate-id odd%20name.txtpb {"endColumn":22,"endLine":2,"startColumn":15,"startLine":2})",
+          "duplicate-id file://" + pcfg_test::ScratchDir() +
+              R"(/outside.txtpb {"endColumn":22,"endLine":2,"startColumn":15,"startLine":2})",
       }));
   // The skipped rules are told about, as notifications of the run.
   EXPECT_EQ(run["invocations"][0]["toolExecutionNotifications"].size(), 2u);

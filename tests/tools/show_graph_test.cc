@@ -166,82 +166,80 @@ std::vector<std::map<std::string, std::string>> Section(const std::string& text,
   return rows;
 }
 
-TEST(Show, TextFacts) {
-  const auto run = Pcfg({"show", Written("small.txtpb", kSmall)});
-  ASSERT_EQ(run.status, 0) << run.err;
-  EXPECT_EQ(run.out.find('\t'), std::string::npos);
-  EXPECT_NE(run.out.find("Device         HARDWARE_TREVIL3 (TREVIL3)\n"), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find("SoC            sm8550\n"), std::string::npos);
+// Each fact as the text table shows it (section, row, column) and as the JSON carries it.
+TEST(Show, TextAndJsonCarryTheSameFacts) {
+  const auto text = Pcfg({"show", Written("small.txtpb", kSmall)});
+  ASSERT_EQ(text.status, 0) << text.err;
+  const auto json_run = Pcfg({"show", "-", "--format", "json"}, kSmall);
+  ASSERT_EQ(json_run.status, 0) << json_run.err;
+  const json facts = json::parse(json_run.out);
+  EXPECT_EQ(text.out.find('\t'), std::string::npos);
+  EXPECT_NE(text.out.find("Device         HARDWARE_TREVIL3 (TREVIL3)\nSoC            sm8550\n"),
+            std::string::npos)
+      << text.out;
+  EXPECT_EQ(facts["device"], json({{"name", "HARDWARE_TREVIL3"}, {"alias", "TREVIL3"}, {"soc", "sm8550"}}));
+
+  struct Row {
+    const char* section;
+    size_t row;
+    const char *column, *text;
+    const char *pointer, *json;
+  };
+  const char* kCameras = "Physical cameras";
+  const Row rows[] = {
+      {kCameras, 0, "DRIVER", "CamX", "/physical_cameras/0/driver", R"("CamX")"},
+      {kCameras, 0, "SYSTEM OPTIONS", "system_options[1] options_qc_camx",
+       "/physical_cameras/0/system_options", R"({"index": 1, "member": "options_qc_camx"})"},
+      // an alias model name is shown by its first name
+      {kCameras, 1, "MODEL", "CAMERA_MODEL_OG0VE1B", "/physical_cameras/1/model",
+       R"("CAMERA_MODEL_OG0VE1B")"},
+      {kCameras, 1, "DRIVER", "both", "/physical_cameras/1/driver", R"("both")"},
+      {kCameras, 1, "SYSTEM OPTIONS", "none", "/physical_cameras/1/system_options", "null"},
+      // an undeclared model number, and a camera that is not registered
+      {kCameras, 2, "MODEL", "57", "/physical_cameras/2/model", R"("57")"},
+      {kCameras, 2, "DRIVER", "none", "/physical_cameras/2/driver", R"("none")"},
+      {kCameras, 2, "SYSTEM TYPE", "- (not in registry)", "/physical_cameras/2/system_type", "null"},
+      {kCameras, 2, "SYSTEM OPTIONS", "-", "/physical_cameras/2/system_options", "null"},
+      {kCameras, 3, "DRIVER", "Cadmor", "/physical_cameras/3/driver", R"("Cadmor")"},
+      {kCameras, 3, "SYSTEM OPTIONS", "system_options[0] (no member set)",
+       "/physical_cameras/3/system_options", R"({"index": 0, "member": null})"},
+      {"Camera sets", 0, "MEMBERS", "cam_a, cam_b", "/camera_sets/0/members", R"(["cam_a", "cam_b"])"},
+      {"Camera sets", 0, "SYNC PERIOD (us)", "33333", "/camera_sets/0/sync_period_us", "33333"},
+      {"Camera sets", 0, "CADMOR SET", "2", "/camera_sets/0/cadmor_camera_set_id", "2"},
+      {"Logical cameras", 0, "PRIMARY", "cam_b", "/logical_cameras/0/primary", R"("cam_b")"},
+      {"Stream configurations", 0, "FRAME TYPE", "CADMOR_FRAME_TYPE_HAND", "/stream_configs/0/frame_type",
+       R"("CADMOR_FRAME_TYPE_HAND")"},
+      {"HAL pipelines", 0, "STREAMS", "STREAM_RAW10_NATIVE, STREAM_YUV420_FULL_POSTPROCESS",
+       "/hal_pipelines/0/streams", R"(["STREAM_RAW10_NATIVE", "STREAM_YUV420_FULL_POSTPROCESS"])"},
+      {"Bring-up order (dependencies first)", 1, "TYPE", "PERIPHERAL_TYPE_CAMERA", "/bring_up/order/1",
+       R"({"id": "cam_a", "type": "PERIPHERAL_TYPE_CAMERA"})"},
+  };
+  for (const Row& row : rows) {
+    const auto section = Section(text.out, row.section);
+    ASSERT_LT(row.row, section.size()) << row.section << "\n" << text.out;
+    EXPECT_EQ(section[row.row].at(row.column), row.text)
+        << row.section << " " << row.row << " " << row.column;
+    EXPECT_EQ(facts.at(json::json_pointer(row.pointer)), json::parse(row.json)) << row.pointer;
+  }
+  std::vector<std::string> ids;
+  for (const auto& row : Section(text.out, kCameras)) ids.push_back(row.at("ID"));
+  EXPECT_EQ(ids, (std::vector<std::string>{"cam_a", "cam_b", "cam_c", "cam_d"}));
+  EXPECT_EQ(facts["physical_cameras"].size(), 4u);
 
   std::map<std::string, std::string> counts;
-  for (const auto& row : Section(run.out, "Peripherals")) counts[row.at("TYPE")] = row.at("COUNT");
+  for (const auto& row : Section(text.out, "Peripherals")) counts[row.at("TYPE")] = row.at("COUNT");
   EXPECT_EQ(counts, (std::map<std::string, std::string>{{"PERIPHERAL_TYPE_CAMERA", "3"},
                                                         {"PERIPHERAL_TYPE_CAMERASET", "1"},
                                                         {"PERIPHERAL_TYPE_LOGICAL_CAMERA", "1"},
                                                         {"PERIPHERAL_TYPE_FPGA", "1"}}));
-
-  struct CameraRow {
-    const char *id, *model, *driver, *system_type, *options;
-  };
-  const CameraRow expected[] = {
-      {"cam_a", "CAMERA_MODEL_OG0VA1B", "CamX", "PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX",
-       "system_options[1] options_qc_camx"},
-      {"cam_b", "CAMERA_MODEL_OG0VE1B", "both", "PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CADMOR", "none"},
-      {"cam_c", "57", "none", "- (not in registry)", "-"},
-      {"cam_d", "CAMERA_MODEL_OV9281", "Cadmor", "PERIPHERAL_SYSTEM_TYPE_CADMOR",
-       "system_options[0] (no member set)"},
-  };
-  const auto cameras = Section(run.out, "Physical cameras");
-  ASSERT_EQ(cameras.size(), std::size(expected)) << run.out;
-  for (size_t i = 0; i < cameras.size(); ++i) {
-    EXPECT_EQ(cameras[i].at("ID"), expected[i].id);
-    EXPECT_EQ(cameras[i].at("MODEL"), expected[i].model) << expected[i].id;
-    EXPECT_EQ(cameras[i].at("DRIVER"), expected[i].driver) << expected[i].id;
-    EXPECT_EQ(cameras[i].at("SYSTEM TYPE"), expected[i].system_type) << expected[i].id;
-    EXPECT_EQ(cameras[i].at("SYSTEM OPTIONS"), expected[i].options) << expected[i].id;
-  }
-
-  const auto sets = Section(run.out, "Camera sets");
-  ASSERT_EQ(sets.size(), 1u);
-  EXPECT_EQ(sets[0].at("MEMBERS"), "cam_a, cam_b");
-  EXPECT_EQ(sets[0].at("SYNC PERIOD (us)"), "33333");
-  EXPECT_EQ(sets[0].at("CADMOR SET"), "2");
-  EXPECT_EQ(Section(run.out, "Logical cameras").at(0).at("PRIMARY"), "cam_b");
-  EXPECT_EQ(Section(run.out, "Stream configurations").at(0).at("FRAME TYPE"), "CADMOR_FRAME_TYPE_HAND");
-  EXPECT_EQ(Section(run.out, "HAL pipelines").at(0).at("STREAMS"),
-            "STREAM_RAW10_NATIVE, STREAM_YUV420_FULL_POSTPROCESS");
-
-  std::vector<std::string> order;
-  for (const auto& row : Section(run.out, "Bring-up order (dependencies first)"))
-    order.push_back(row.at("ID"));
-  EXPECT_EQ(order, (std::vector<std::string>{"fpga", "cam_a", "set", "stereo", "cam_b", "cam_d"}));
-  EXPECT_EQ(run.out.find("CYCLE"), std::string::npos);
-}
-
-TEST(Show, JsonCarriesTheSameFacts) {
-  const auto run = Pcfg({"show", "-", "--format", "json"}, kSmall);
-  ASSERT_EQ(run.status, 0) << run.err;
-  const json facts = json::parse(run.out);
-  EXPECT_EQ(facts["device"], json({{"name", "HARDWARE_TREVIL3"}, {"alias", "TREVIL3"}, {"soc", "sm8550"}}));
   EXPECT_EQ(facts["peripheral_count"], 6);
   EXPECT_EQ(facts["peripheral_types"]["PERIPHERAL_TYPE_CAMERA"], 3);
+  std::vector<std::string> order;
+  for (const auto& row : Section(text.out, "Bring-up order (dependencies first)"))
+    order.push_back(row.at("ID"));
+  EXPECT_EQ(order, (std::vector<std::string>{"fpga", "cam_a", "set", "stereo", "cam_b", "cam_d"}));
   EXPECT_EQ(facts["bring_up"]["complete"], true);
-  EXPECT_EQ(facts["bring_up"]["order"][1], json({{"id", "cam_a"}, {"type", "PERIPHERAL_TYPE_CAMERA"}}));
-
-  const json& cameras = facts["physical_cameras"];
-  ASSERT_EQ(cameras.size(), 4u);
-  EXPECT_EQ(cameras[0]["driver"], "CamX");
-  EXPECT_EQ(cameras[0]["system_options"], json({{"index", 1}, {"member", "options_qc_camx"}}));
-  EXPECT_EQ(cameras[1]["model"], "CAMERA_MODEL_OG0VE1B");
-  EXPECT_EQ(cameras[1]["driver"], "both");
-  EXPECT_TRUE(cameras[1]["system_options"].is_null());
-  EXPECT_EQ(cameras[2]["model"], "57");
-  EXPECT_TRUE(cameras[2]["system_type"].is_null());
-  EXPECT_TRUE(cameras[3]["system_options"]["member"].is_null());
-
-  EXPECT_EQ(facts["camera_sets"][0]["cadmor_camera_set_id"], 2);
-  EXPECT_EQ(facts["logical_cameras"][0]["primary"], "cam_b");
-  EXPECT_EQ(facts["hal_pipelines"][0]["pipeline"], "PIPELINE_DEFAULT");
+  EXPECT_EQ(text.out.find("CYCLE"), std::string::npos);
 }
 
 TEST(JsonOutput, ArraysWrittenElementByElementMatchWholeOnes) {
@@ -290,10 +288,6 @@ TEST(Show, CycleIsReportedAndTheRestOrdered) {
                            "bring-up order: a, b, c"),
             std::string::npos)
       << plain.out;
-  std::vector<std::string> order;
-  for (const auto& row : Section(plain.out, "Bring-up order (dependencies first)"))
-    order.push_back(row.at("ID"));
-  EXPECT_EQ(order, (std::vector<std::string>{"d", "e"}));
 
   const json facts = json::parse(Pcfg({"show", "-", "--format", "json"}, text).out);
   EXPECT_EQ(facts["bring_up"]["complete"], false);
@@ -440,33 +434,42 @@ TEST(Graph, RendersImagesWithDot) {
   }
 }
 
-TEST(Graph, MissingDotIsReportedAndNothingWritten) {
+// A dot that is missing, cannot run, fails or is killed: graph says so and writes nothing.
+TEST(Graph, DotThatCannotRenderIsReportedAndNothingWritten) {
   const std::string input = Written("no-dot.txtpb", kSmall);
-  const std::string empty_dir = Scratch("empty-path");
-  ::mkdir(empty_dir.c_str(), 0755);
+  struct Row {
+    const char* dot;  // the script standing in for dot; nullptr: none on PATH
+    mode_t mode;
+    const char* says;
+  };
+  const Row rows[] = {
+      {nullptr, 0, "Graphviz's dot is not on PATH; install the Debian package graphviz"},
+      {"#!/bin/sh\nexit 0\n", 0644, "cannot run dot: Permission denied"},
+      {"#!/bin/sh\nexit 3\n", 0755, "dot failed with exit status 3"},
+      {"#!/bin/sh\nkill -9 $$\n", 0755, "dot was killed"},
+  };
   const std::string saved = std::getenv("PATH") ? std::getenv("PATH") : "";
-  ::setenv("PATH", empty_dir.c_str(), 1);
-  const auto run = Pcfg({"graph", input, "-o", Scratch("no-dot.svg")});
-  ::setenv("PATH", saved.c_str(), 1);
-  EXPECT_EQ(run.status, 2);
-  EXPECT_NE(run.err.find("package graphviz"), std::string::npos) << run.err;
-  struct stat info;
-  EXPECT_NE(::stat(Scratch("no-dot.svg").c_str(), &info), 0);
-  // DOT itself needs no Graphviz.
-  EXPECT_EQ(Pcfg({"graph", input, "-o", Scratch("no-dot.dot")}).status, 0);
-}
-
-TEST(ShowGraph, ExitStatuses) {
-  const std::string broken = Written("broken.txtpb", "peripherals { id: }\n");
-  for (const char* command : {"show", "graph"}) {
-    const auto unparsable = Pcfg({command, broken});
-    EXPECT_EQ(unparsable.status, 2) << command;
-    EXPECT_NE(unparsable.err.find("broken.txtpb:1:"), std::string::npos) << unparsable.err;
-    EXPECT_EQ(unparsable.out, "") << command;
-    EXPECT_EQ(Pcfg({command, Scratch("does-not-exist.txtpb")}).status, 2) << command;
-    EXPECT_EQ(Pcfg({command}).status, 2) << command;
+  int n = 0;
+  for (const Row& row : rows) {
+    const std::string dir = Scratch("fake-dot-" + std::to_string(n++));
+    ::mkdir(dir.c_str(), 0755);
+    if (row.dot != nullptr) {
+      WriteFile(dir + "/dot", row.dot);
+      ::chmod((dir + "/dot").c_str(), row.mode);
+    }
+    ::setenv("PATH", dir.c_str(), 1);
+    const auto run = Pcfg({"graph", input, "-o", dir + "/out.svg"});
+    ::setenv("PATH", saved.c_str(), 1);
+    EXPECT_EQ(run.status, 2) << row.says;
+    EXPECT_NE(run.err.find(row.says), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("(nothing written)"), std::string::npos) << run.err;
+    struct stat info;
+    EXPECT_NE(::stat((dir + "/out.svg").c_str(), &info), 0) << row.says;
   }
-  EXPECT_EQ(Pcfg({"show", "-", "--format", "yaml"}, kSmall).status, 2);
+  // DOT itself needs no Graphviz.
+  ::setenv("PATH", Scratch("fake-dot-0").c_str(), 1);
+  EXPECT_EQ(Pcfg({"graph", input, "-o", Scratch("no-dot.dot")}).status, 0);
+  ::setenv("PATH", saved.c_str(), 1);
 }
 
 }  // namespace

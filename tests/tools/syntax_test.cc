@@ -48,8 +48,14 @@ TEST(SyntaxTree, ErrorsLeaveTheRestOfTheFileReadable) {
     bool errors;
     std::vector<std::string> root_fields;
   };
+  std::string deep;  // nested past what is read: one error up to the matching closer
+  for (int i = 0; i < 150; ++i) deep += "a { ";
+  deep += std::string(150, '}') + " b: 2";
   const Row rows[] = {
       {"a { b: 1 } c: 2", false, {"a", "c"}},
+      {deep.c_str(), true, {"a", "b"}},
+      {"a: [1 ; 2] b: 3", true, {"a", "b"}},
+      {"a: [1, 2 } b: 3", true, {"a", "b"}},
       {"a { b: 1 ! } c: 2", true, {"a", "c"}},
       {"a { b: } c: 2", true, {"a", "c"}},
       {"a { b: 1 \n c: 2", true, {"a"}},  // the open block takes the rest
@@ -138,6 +144,8 @@ TEST(Layout, Table) {
        "a: 1  # one\nb: 2  # two\n"},
       {"a comment in a list puts one element per line", "s: [A,  # first\n B]\n",
        "s: [\n  A,  # first\n  B\n]\n"},
+      {"a comment in a list of messages", "d: [{e: 1},  # one\n {e: 2}]\n",
+       "d [\n  { e: 1 },  # one\n  { e: 2 }\n]\n"},
       {"a long list wraps under its first element", "x { streams: [" + list_of_20 + "] }\n",
        "x {\n  streams: [STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE,\n"
        "            STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE, STREAM_RAW8_NATIVE,\n"
@@ -200,14 +208,25 @@ TEST(Layout, RangeTakesTheStretchesThatTouchIt) {
   EXPECT_EQ(pcfg::ApplyLineEdits("x: 1", {{2, 0, "y: 2\n"}}), "x: 1\ny: 2\n");
 }
 
-TEST(Layout, UnifiedDiffRebuildsBothSides) {
-  const std::string before = "a\nb\nc\nd\ne\nf\ng\nh\ni\nj\nk\n",
-                    after = "a\nB\nc\nd\ne\nf\ng\nh\ni\nj\nk\nl\n";
-  const std::string diff = pcfg::UnifiedDiff("x", before, after);
-  EXPECT_EQ(
-      diff,
-      "--- x\n+++ x (formatted)\n@@ -1,5 +1,5 @@\n a\n-b\n+B\n c\n d\n e\n@@ -9,3 +9,4 @@\n i\n j\n k\n+l\n");
-  EXPECT_EQ(pcfg::UnifiedDiff("x", before, before), "");
+TEST(Layout, UnifiedDiff) {
+  struct Row {
+    std::string before, after, diff;
+  };
+  const Row rows[] = {
+      {"a\nb\nc\nd\ne\nf\ng\nh\ni\nj\nk\n", "a\nB\nc\nd\ne\nf\ng\nh\ni\nj\nk\nl\n",
+       "--- x\n+++ x (formatted)\n@@ -1,5 +1,5 @@\n a\n-b\n+B\n c\n d\n e\n@@ -9,3 +9,4 @@\n i\n j\n "
+       "k\n+l\n"},
+      {"a\nb\nc\n", "a\nb\nc\n", ""},
+      {"a\nb", "a\nb\n",
+       "--- x\n+++ x (formatted)\n@@ -1,2 +1,2 @@\n a\n-b\n\\ No newline at end of file\n+b\n"},
+  };
+  for (const Row& row : rows) EXPECT_EQ(pcfg::UnifiedDiff("x", row.before, row.after), row.diff);
+  // More edits than the bound: all of one side removed, then all of the other added.
+  std::string a = "x\n", b = "x\n";
+  for (int i = 0; i < 600; ++i) a += "a" + std::to_string(i) + "\n", b += "b" + std::to_string(i) + "\n";
+  const std::string bounded = pcfg::UnifiedDiff("x", a, b);
+  EXPECT_EQ(bounded.rfind("--- x\n+++ x (formatted)\n@@ -1,601 +1,601 @@\n x\n-a0\n", 0), 0u);
+  EXPECT_EQ(bounded.find("+b0\n"), bounded.find("-a599\n") + 6);
 }
 
 }  // namespace
