@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "analysis.h"
+#include "document.h"
 #include "fixes.h"
 #include "server.h"
 #include "transport.h"
@@ -179,6 +180,33 @@ TEST(Lsp, NegotiatesThePositionEncoding) {
   utf8.Open(after);
   utf8.set_text(after);
   EXPECT_EQ(utf8.At("textDocument/hover", "z")["range"], Range(0, 19, 26));
+}
+
+TEST(Lsp, PositionsAndBytesBothWays) {
+  // "é" is two bytes and one UTF-16 unit, the emoji four bytes and two units; line 1 ends in \r\n.
+  const pcfg::lsp::Document document("file:///d.txtpb", "a\xc3\xa9\xf0\x9f\x98\x80" "b\r\nxy\n", 1);
+  using pcfg::lsp::PositionEncoding;
+  struct Row {
+    int line, character;
+    PositionEncoding encoding;
+    uint32_t offset;
+  };
+  const Row rows[] = {
+      {0, 2, PositionEncoding::kUtf16, 3},  {0, 4, PositionEncoding::kUtf16, 7},
+      {0, 5, PositionEncoding::kUtf16, 8},  {0, 9, PositionEncoding::kUtf16, 8},  // past the line: before \r
+      {0, 3, PositionEncoding::kUtf8, 3},   {0, 8, PositionEncoding::kUtf8, 8},
+      {1, 1, PositionEncoding::kUtf16, 11}, {7, 0, PositionEncoding::kUtf16, 13},  // past the last line
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(document.Offset({row.line, row.character}, row.encoding), row.offset) << row.line << ":" << row.character;
+    if (row.character < 6 && row.line < 2) {
+      const pcfg::lsp::Position back = document.PositionOf(row.offset, row.encoding);
+      EXPECT_EQ(back.line, row.line);
+      EXPECT_EQ(back.character, row.character) << row.offset;
+    }
+  }
+  // A position inside the emoji's surrogate pair stands before it.
+  EXPECT_EQ(document.Offset({0, 3}, PositionEncoding::kUtf16), 3u);
 }
 
 TEST(Lsp, DiagnosticsWithRangesRulesAndSuppressions) {
