@@ -357,6 +357,21 @@ TEST(Lsp, SymbolsHoverAndCompletionFromTheSchema) {
   EXPECT_EQ(labels(session.PositionOf("\"cam0\"]")), std::vector<std::string>{"cam0"}) << "a member of a set";
 }
 
+TEST(Lsp, ManyIdsCompleteByWhatIsTyped) {
+  Session session;
+  std::string text;
+  for (int i = 0; i < 300; ++i) text += "peripherals { id: \"p" + std::to_string(i) + "\" }\n";
+  text += "peripherals { id: \"q\" dependencies { peripheral_id: \"p29";
+  session.Open(text);
+  session.set_text(text);
+  const Json all = session.Request("textDocument/completion",
+                                   {{"textDocument", {{"uri", kUri}}}, {"position", session.PositionOf("peripheral_id: \"p29", 19)}});
+  EXPECT_EQ(all["result"]["isIncomplete"], true);
+  const Json& items = all["result"]["items"];
+  ASSERT_EQ(items.size(), 11u) << "p29 and p290 to p299: " << items.dump();
+  for (const Json& item : items) EXPECT_EQ(item["label"].get<std::string>().rfind("p29", 0), 0u);
+}
+
 TEST(Lsp, FormattingKeepsCommentsAndRefusesWhatWouldChange) {
   Session session;
   const std::string messy = "peripherals {   id: \"a\"   # keep\n}\n\n\n\nperipherals {id: \"b\"}\n";

@@ -27,6 +27,9 @@ constexpr int kRequestFailed = -32803;
 constexpr int kContentModified = -32801;
 constexpr int kRequestCancelled = -32800;
 
+// The most completion items one answer holds.
+constexpr size_t kMaxCompletionItems = 200;
+
 // The path a file: URI names, for messages; other URIs as they are.
 std::string FileOf(const std::string& uri) {
   if (uri.rfind("file://", 0) != 0) return uri;
@@ -613,17 +616,35 @@ Json Server::Completion(const Json& params) {
   if (open == nullptr) return nullptr;
   const Analysis& analysis = AnalysisOf(*open);
   const uint32_t offset = open->document->Offset(PositionFrom(params.at("position")), encoding_);
+  std::vector<lsp::Completion> found = CompleteAt(analysis, offset, client_.snippets);
+  // Thousands of ids are more than a menu shows: past the limit, those that hold what is typed
+  // so far (without its quote), and the editor asks again as more is typed.
+  bool incomplete = false;
+  if (found.size() > kMaxCompletionItems) {
+    std::string typed = analysis.text().substr(found[0].replace_begin, offset - std::min(offset, found[0].replace_begin));
+    if (!typed.empty() && (typed[0] == '"' || typed[0] == '\'')) typed.erase(0, 1);
+    std::vector<lsp::Completion> kept;
+    for (lsp::Completion& c : found)
+      if (c.label.find(typed) != std::string::npos && kept.size() < kMaxCompletionItems) kept.push_back(std::move(c));
+    found = std::move(kept);
+    incomplete = true;
+  }
   Json items = Json::array();
-  for (const lsp::Completion& c : CompleteAt(analysis, offset, client_.snippets)) {
+  Json range;  // most items replace the same bytes
+  uint32_t range_begin = 1, range_end = 0;
+  for (const lsp::Completion& c : found) {
+    if (c.replace_begin != range_begin || c.replace_end != range_end) {
+      range = RangeJson(*open->document, c.replace_begin, c.replace_end);
+      range_begin = c.replace_begin, range_end = c.replace_end;
+    }
     Json item = {{"label", c.label},
                  {"kind", c.kind},
                  {"detail", c.detail},
-                 {"textEdit", {{"range", RangeJson(*open->document, c.replace_begin, c.replace_end)},
-                               {"newText", c.insert_text}}}};
+                 {"textEdit", {{"range", range}, {"newText", c.insert_text}}}};
     if (c.snippet) item["insertTextFormat"] = 2;
     items.push_back(std::move(item));
   }
-  return {{"isIncomplete", false}, {"items", items}};
+  return {{"isIncomplete", incomplete}, {"items", std::move(items)}};
 }
 
 Json Server::CodeActions(const Json& params) {
