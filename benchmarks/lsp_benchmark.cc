@@ -13,8 +13,8 @@
 
 #include "canonical_text.h"
 #include "server.h"
-#include "synthetic_config.h"
 #include "syntax_tree.h"
+#include "synthetic_config.h"
 #include "text_layout.h"
 
 namespace {
@@ -35,7 +35,8 @@ const std::string& Text(int64_t peripherals) {
     content << in.rdbuf();
     text = content.str();
   } else {
-    const std::string canonical = pcfg::CanonicalText(pcfg::bench::MakeSyntheticConfig(static_cast<int>(peripherals), 1));
+    const std::string canonical =
+        pcfg::CanonicalText(pcfg::bench::MakeSyntheticConfig(static_cast<int>(peripherals), 1));
     text = pcfg::LayOutText(pcfg::syntax::SyntaxTree(canonical));
   }
   return text;
@@ -54,12 +55,17 @@ struct Editor {
   pcfg::lsp::Server server{[this](const Json& message) { sent.push_back(message); }};
   int id = 0;
   Editor() {
-    server.Handle({{"jsonrpc", "2.0"}, {"id", ++id}, {"method", "initialize"}, {"params", {{"capabilities", Json::object()}}}});
+    server.Handle({{"jsonrpc", "2.0"},
+                   {"id", ++id},
+                   {"method", "initialize"},
+                   {"params", {{"capabilities", Json::object()}}}});
   }
   void Open(const std::string& text, int version = 1) {
     server.Handle({{"jsonrpc", "2.0"},
                    {"method", "textDocument/didOpen"},
-                   {"params", {{"textDocument", {{"uri", kUri}, {"languageId", "textproto"}, {"version", version}, {"text", text}}}}}});
+                   {"params",
+                    {{"textDocument",
+                      {{"uri", kUri}, {"languageId", "textproto"}, {"version", version}, {"text", text}}}}}});
     Publish();
   }
   void Publish() {
@@ -71,9 +77,10 @@ struct Editor {
     server.Handle({{"jsonrpc", "2.0"},
                    {"id", ++id},
                    {"method", method},
-                   {"params", {{"textDocument", {{"uri", kUri}}},
-                               {"position", {{"line", line}, {"character", character}}},
-                               {"context", {{"includeDeclaration", true}}}}}});
+                   {"params",
+                    {{"textDocument", {{"uri", kUri}}},
+                     {"position", {{"line", line}, {"character", character}}},
+                     {"context", {{"includeDeclaration", true}}}}}});
     return sent.empty() ? Json() : sent.back();
   }
 };
@@ -134,8 +141,9 @@ void BM_EditToDiagnostics(benchmark::State& state) {
          {"params",
           {{"textDocument", {{"uri", kUri}, {"version", version}}},
            {"contentChanges",
-            Json::array({{{"range", {{"start", {{"line", line}, {"character", character}}},
-                                     {"end", {{"line", line}, {"character", character + (odd ? 1 : 0)}}}}},
+            Json::array({{{"range",
+                           {{"start", {{"line", line}, {"character", character}}},
+                            {"end", {{"line", line}, {"character", character + (odd ? 1 : 0)}}}}},
                           {"text", odd ? "" : "x"}}})}}}});
     editor.Publish();
   });
@@ -153,7 +161,9 @@ void BM_Request(benchmark::State& state, const char* method) {
   });
 }
 
-void Sizes(benchmark::internal::Benchmark* b) { b->Arg(0)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond); }
+void Sizes(benchmark::internal::Benchmark* b) {
+  b->Arg(0)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
+}
 
 BENCHMARK(BM_OpenToDiagnostics)->Apply(Sizes)->Iterations(5);
 BENCHMARK(BM_EditToDiagnostics)->Apply(Sizes)->Iterations(20);

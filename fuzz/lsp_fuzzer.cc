@@ -40,7 +40,8 @@ void RawStream(fuzz::Bytes& input) {
   const std::string stream = input.Rest();
   const int fd = memfd_create("lsp-fuzz", 0);
   if (fd < 0) return;
-  if (write(fd, stream.data(), stream.size()) != static_cast<ssize_t>(stream.size()) || lseek(fd, 0, SEEK_SET) != 0) {
+  if (write(fd, stream.data(), stream.size()) != static_cast<ssize_t>(stream.size()) ||
+      lseek(fd, 0, SEEK_SET) != 0) {
     close(fd);
     return;
   }
@@ -51,7 +52,8 @@ void RawStream(fuzz::Bytes& input) {
   for (int messages = 0; messages < 10000 && !server.exited(); ++messages) {
     const auto result = reader.Next(&body);
     if (result == pcfg::lsp::MessageReader::Result::kEnd) break;
-    server.HandleBody(result == pcfg::lsp::MessageReader::Result::kMessage ? body : pcfg::lsp::kMalformedHeader);
+    server.HandleBody(result == pcfg::lsp::MessageReader::Result::kMessage ? body
+                                                                           : pcfg::lsp::kMalformedHeader);
     server.PublishPending();
   }
   close(fd);
@@ -65,23 +67,29 @@ void EditedDocument(fuzz::Bytes& input, bool utf8) {
     sent.clear();
     const int this_id = ++id;
     server.Handle({{"jsonrpc", "2.0"}, {"id", this_id}, {"method", method}, {"params", std::move(params)}});
-    const auto replies = std::count_if(sent.begin(), sent.end(), [&](const Json& m) { return m.contains("id") && m["id"] == this_id; });
+    const auto replies = std::count_if(sent.begin(), sent.end(),
+                                       [&](const Json& m) { return m.contains("id") && m["id"] == this_id; });
     if (replies != 1) fuzz::Fail(method + " was answered " + std::to_string(replies) + " times");
   };
-  request("initialize", {{"capabilities",
-                          {{"general", {{"positionEncodings", utf8 ? Json::array({"utf-8"}) : Json::array()}}},
-                           {"textDocument", {{"documentSymbol", {{"hierarchicalDocumentSymbolSupport", true}}},
-                                             {"publishDiagnostics", {{"relatedInformation", true}}}}}}}});
+  request("initialize",
+          {{"capabilities",
+            {{"general", {{"positionEncodings", utf8 ? Json::array({"utf-8"}) : Json::array()}}},
+             {"textDocument",
+              {{"documentSymbol", {{"hierarchicalDocumentSymbolSupport", true}}},
+               {"publishDiagnostics", {{"relatedInformation", true}}}}}}}});
   std::string model = input.Take(input.Byte() * 4u);
-  server.Handle({{"jsonrpc", "2.0"},
-                 {"method", "textDocument/didOpen"},
-                 {"params", {{"textDocument", {{"uri", kUri}, {"languageId", "textproto"}, {"version", 1}, {"text", model}}}}}});
-  static const char* const kRequests[] = {
-      "textDocument/hover",          "textDocument/definition",    "textDocument/references",
-      "textDocument/documentHighlight", "textDocument/completion",  "textDocument/prepareRename",
-      "textDocument/rename",         "textDocument/formatting",    "textDocument/rangeFormatting",
-      "textDocument/documentSymbol", "textDocument/codeAction",    "textDocument/inlayHint",
-      "textDocument/codeLens"};
+  server.Handle(
+      {{"jsonrpc", "2.0"},
+       {"method", "textDocument/didOpen"},
+       {"params",
+        {{"textDocument", {{"uri", kUri}, {"languageId", "textproto"}, {"version", 1}, {"text", model}}}}}});
+  static const char* const kRequests[] = {"textDocument/hover",           "textDocument/definition",
+                                          "textDocument/references",      "textDocument/documentHighlight",
+                                          "textDocument/completion",      "textDocument/prepareRename",
+                                          "textDocument/rename",          "textDocument/formatting",
+                                          "textDocument/rangeFormatting", "textDocument/documentSymbol",
+                                          "textDocument/codeAction",      "textDocument/inlayHint",
+                                          "textDocument/codeLens"};
   int version = 1;
   for (int steps = 0; steps < 64 && !input.empty(); ++steps) {
     const uint8_t op = input.Byte();
@@ -93,10 +101,12 @@ void EditedDocument(fuzz::Bytes& input, bool utf8) {
       Json range = {{"start", position}, {"end", {{"line", line}, {"character", end_character}}}};
       server.Handle({{"jsonrpc", "2.0"},
                      {"method", "textDocument/didChange"},
-                     {"params", {{"textDocument", {{"uri", kUri}, {"version", ++version}}},
-                                 {"contentChanges", Json::array({{{"range", range}, {"text", text}}})}}}});
+                     {"params",
+                      {{"textDocument", {{"uri", kUri}, {"version", ++version}}},
+                       {"contentChanges", Json::array({{{"range", range}, {"text", text}}})}}}});
       if (utf8) {
-        const size_t begin = ModelOffset(model, line, character), end = ModelOffset(model, line, end_character);
+        const size_t begin = ModelOffset(model, line, character),
+                     end = ModelOffset(model, line, end_character);
         model.replace(begin, end - begin, text);
       }
       if (op % 2) server.PublishPending();
@@ -111,7 +121,8 @@ void EditedDocument(fuzz::Bytes& input, bool utf8) {
   }
   if (utf8) {
     const std::string* held = server.TextOf(kUri);
-    if (held == nullptr || *held != model) fuzz::Fail("the server's text differs from the edits' text", model);
+    if (held == nullptr || *held != model)
+      fuzz::Fail("the server's text differs from the edits' text", model);
   }
   request("shutdown", nullptr);
 }

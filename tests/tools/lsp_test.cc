@@ -67,7 +67,8 @@ class Session {
     sent_.clear();
     server_.PublishPending();
     for (const Json& message : sent_)
-      if (message.value("method", "") == "textDocument/publishDiagnostics") return message["params"]["diagnostics"];
+      if (message.value("method", "") == "textDocument/publishDiagnostics")
+        return message["params"]["diagnostics"];
     return nullptr;
   }
   Json PositionOf(const std::string& needle, int shift = 0) const {
@@ -125,19 +126,22 @@ TEST(Lsp, ProtocolErrorsAndLifeCycle) {
   };
   const Row rows[] = {
       {"before initialize", R"({"jsonrpc":"2.0","id":1,"method":"textDocument/hover","params":{}})", -32002},
-      {"a notification before initialize is dropped", R"({"jsonrpc":"2.0","method":"textDocument/didOpen"})", 0},
+      {"a notification before initialize is dropped", R"({"jsonrpc":"2.0","method":"textDocument/didOpen"})",
+       0},
       {"not JSON", "{\"jsonrpc\":", -32700},
       {"not an object", "[1, 2]", -32600},
       {"an id that is an object", R"({"jsonrpc":"2.0","id":{},"method":"shutdown"})", -32600},
       {"initialize", R"({"jsonrpc":"2.0","id":2,"method":"initialize","params":{"capabilities":{}}})", 0},
-      {"initialize twice", R"({"jsonrpc":"2.0","id":3,"method":"initialize","params":{"capabilities":{}}})", -32803},
+      {"initialize twice", R"({"jsonrpc":"2.0","id":3,"method":"initialize","params":{"capabilities":{}}})",
+       -32803},
       {"an unknown method", R"({"jsonrpc":"2.0","id":"x","method":"workspace/unknown"})", -32601},
       {"an unknown notification is dropped", R"({"jsonrpc":"2.0","method":"$/setTrace","params":{}})", 0},
-      {"params of the wrong shape", R"({"jsonrpc":"2.0","id":4,"method":"textDocument/hover","params":{"textDocument":7}})",
-       -32602},
+      {"params of the wrong shape",
+       R"({"jsonrpc":"2.0","id":4,"method":"textDocument/hover","params":{"textDocument":7}})", -32602},
       {"a framing fault", pcfg::lsp::kMalformedHeader, -32700},
       {"shutdown", R"({"jsonrpc":"2.0","id":5,"method":"shutdown"})", 0},
-      {"a request after shutdown", R"({"jsonrpc":"2.0","id":6,"method":"textDocument/hover","params":{}})", -32600},
+      {"a request after shutdown", R"({"jsonrpc":"2.0","id":6,"method":"textDocument/hover","params":{}})",
+       -32600},
   };
   for (const Row& row : rows) {
     sent.clear();
@@ -184,7 +188,10 @@ TEST(Lsp, NegotiatesThePositionEncoding) {
 
 TEST(Lsp, PositionsAndBytesBothWays) {
   // "é" is two bytes and one UTF-16 unit, the emoji four bytes and two units; line 1 ends in \r\n.
-  const pcfg::lsp::Document document("file:///d.txtpb", "a\xc3\xa9\xf0\x9f\x98\x80" "b\r\nxy\n", 1);
+  const pcfg::lsp::Document document("file:///d.txtpb",
+                                     "a\xc3\xa9\xf0\x9f\x98\x80"
+                                     "b\r\nxy\n",
+                                     1);
   using pcfg::lsp::PositionEncoding;
   struct Row {
     int line, character;
@@ -198,7 +205,8 @@ TEST(Lsp, PositionsAndBytesBothWays) {
       {1, 1, PositionEncoding::kUtf16, 11}, {7, 0, PositionEncoding::kUtf16, 13},  // past the last line
   };
   for (const Row& row : rows) {
-    EXPECT_EQ(document.Offset({row.line, row.character}, row.encoding), row.offset) << row.line << ":" << row.character;
+    EXPECT_EQ(document.Offset({row.line, row.character}, row.encoding), row.offset)
+        << row.line << ":" << row.character;
     if (row.character < 6 && row.line < 2) {
       const pcfg::lsp::Position back = document.PositionOf(row.offset, row.encoding);
       EXPECT_EQ(back.line, row.line);
@@ -211,9 +219,10 @@ TEST(Lsp, PositionsAndBytesBothWays) {
 
 TEST(Lsp, DiagnosticsWithRangesRulesAndSuppressions) {
   Session session(J(R"({"textDocument": {"publishDiagnostics": {"tagSupport": {"valueSet": [1, 2]}}}})"));
-  const std::string text = kText +
-                           "peripherals { id: \"imu1\" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: \"gone\" } }\n"
-                           "peripherals { id: \"imu2\" type: PERIPHERAL_TYPE_IMU }  # pcfg: ignore no-driver -- why not\n";
+  const std::string text =
+      kText +
+      "peripherals { id: \"imu1\" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: \"gone\" } }\n"
+      "peripherals { id: \"imu2\" type: PERIPHERAL_TYPE_IMU }  # pcfg: ignore no-driver -- why not\n";
   session.Open(text);
   session.set_text(text);
   const Json diagnostics = session.Diagnostics();
@@ -276,18 +285,20 @@ TEST(Lsp, NavigatesByPeripheralAndTemplateIds) {
     Json definition;
   };
   const Row rows[] = {
-      {"peripheral_id: \"cam0\"", 16, cam0},                     // a dependency
-      {"[\"cam0\"]", 2, cam0},                                  // a member in a list
-      {"peripheral_id: \"cams\"", 16, Range(1, 19, 23)},         // a camera set's own entry
+      {"peripheral_id: \"cam0\"", 16, cam0},              // a dependency
+      {"[\"cam0\"]", 2, cam0},                            // a member in a list
+      {"peripheral_id: \"cams\"", 16, Range(1, 19, 23)},  // a camera set's own entry
       {"cameraset_peripheral_ids: \"cams\"", 27, Range(1, 19, 23)},
       {"template_id: \"tmpl\"", 14, Range(8, 35, 39)},
-      {"\"cam0\" type", 1, cam0},                                // the definition itself
-      {"PERIPHERAL_TYPE_CAMERA", 3, nullptr},                    // no id there
+      {"\"cam0\" type", 1, cam0},              // the definition itself
+      {"PERIPHERAL_TYPE_CAMERA", 3, nullptr},  // no id there
   };
   for (const Row& row : rows)
-    EXPECT_EQ(session.At("textDocument/definition", row.needle, row.shift)["range"], row.definition) << row.needle;
+    EXPECT_EQ(session.At("textDocument/definition", row.needle, row.shift)["range"], row.definition)
+        << row.needle;
 
-  const Json references = session.At("textDocument/references", "\"cam0\"", 1, {{"context", {{"includeDeclaration", false}}}});
+  const Json references =
+      session.At("textDocument/references", "\"cam0\"", 1, {{"context", {{"includeDeclaration", false}}}});
   EXPECT_EQ(references.size(), 3u) << "dependency, set member, physical camera: " << references.dump();
   const Json highlights = session.At("textDocument/documentHighlight", "\"cam0\"", 1);
   ASSERT_EQ(highlights.size(), 4u);
@@ -300,9 +311,10 @@ TEST(Lsp, NavigatesByPeripheralAndTemplateIds) {
   const Json edits = rename["changes"][kUri];
   ASSERT_EQ(edits.size(), 4u);
   for (const Json& edit : edits) EXPECT_EQ(edit["newText"], "front\\\"cam");
-  EXPECT_TRUE(session.Request("textDocument/rename", {{"textDocument", {{"uri", kUri}}},
-                                                     {"position", {{"line", 4}, {"character", 3}}},
-                                                     {"newName", "x"}})
+  EXPECT_TRUE(session
+                  .Request("textDocument/rename", {{"textDocument", {{"uri", kUri}}},
+                                                   {"position", {{"line", 4}, {"character", 3}}},
+                                                   {"newName", "x"}})
                   .contains("error"));
 }
 
@@ -312,7 +324,8 @@ TEST(Lsp, SymbolsHoverAndCompletionFromTheSchema) {
                                           "completion": {"completionItem": {"snippetSupport": true}}}})"));
   session.Open(kText);
   session.set_text(kText);
-  const Json symbols = session.Request("textDocument/documentSymbol", {{"textDocument", {{"uri", kUri}}}})["result"];
+  const Json symbols =
+      session.Request("textDocument/documentSymbol", {{"textDocument", {{"uri", kUri}}}})["result"];
   ASSERT_EQ(symbols.size(), 3u) << symbols.dump(1);
   EXPECT_EQ(symbols[0]["name"], "peripherals");
   EXPECT_EQ(symbols[0]["children"].size(), 3u);
@@ -324,15 +337,18 @@ TEST(Lsp, SymbolsHoverAndCompletionFromTheSchema) {
     const Json result = session.At("textDocument/hover", needle, shift);
     return result.is_null() ? std::string() : result["contents"]["value"].get<std::string>();
   };
-  EXPECT_NE(hover("\"cam0\" type", 1).find("referred to 3 times"), std::string::npos) << hover("\"cam0\" type", 1);
+  EXPECT_NE(hover("\"cam0\" type", 1).find("referred to 3 times"), std::string::npos)
+      << hover("\"cam0\" type", 1);
   EXPECT_NE(hover("\"cam0\" type", 1).find("brought up 1 of 3"), std::string::npos);
-  EXPECT_NE(hover("template_id", 2).find("string template_id = 3;"), std::string::npos) << hover("template_id", 2);
+  EXPECT_NE(hover("template_id", 2).find("string template_id = 3;"), std::string::npos)
+      << hover("template_id", 2);
   EXPECT_NE(hover("PERIPHERAL_TYPE_IMU", 2).find("`PERIPHERAL_TYPE_IMU = 5`"), std::string::npos);
   EXPECT_EQ(hover("{ id", 0), "");
 
   const auto labels = [&](const Json& position) {
     std::vector<std::string> found;
-    const Json result = session.Request("textDocument/completion", {{"textDocument", {{"uri", kUri}}}, {"position", position}});
+    const Json result = session.Request("textDocument/completion",
+                                        {{"textDocument", {{"uri", kUri}}}, {"position", position}});
     for (const Json& item : result["result"]["items"]) found.push_back(item["label"]);
     return found;
   };
@@ -349,8 +365,9 @@ TEST(Lsp, SymbolsHoverAndCompletionFromTheSchema) {
   const std::vector<std::string> sets = labels(session.PositionOf("\"cams\" }"));
   EXPECT_EQ(sets, std::vector<std::string>{"cams"}) << "only the camera sets";
   // Inside a string, and after a ',' of a list of ids, the ids replace the whole string.
-  const Json inside = session.Request("textDocument/completion", {{"textDocument", {{"uri", kUri}}},
-                                                                 {"position", session.PositionOf("cam0\" }\n}", 2)}});
+  const Json inside = session.Request(
+      "textDocument/completion",
+      {{"textDocument", {{"uri", kUri}}}, {"position", session.PositionOf("cam0\" }\n}", 2)}});
   ASSERT_EQ(inside["result"]["items"].size(), 3u) << "a dependency may name any type: " << inside.dump();
   EXPECT_EQ(inside["result"]["items"][0]["textEdit"]["newText"], "\"cam0\"");
   EXPECT_EQ(inside["result"]["items"][0]["textEdit"]["range"]["start"], session.PositionOf("\"cam0\" }\n}"));
@@ -364,8 +381,9 @@ TEST(Lsp, ManyIdsCompleteByWhatIsTyped) {
   text += "peripherals { id: \"q\" dependencies { peripheral_id: \"p29";
   session.Open(text);
   session.set_text(text);
-  const Json all = session.Request("textDocument/completion",
-                                   {{"textDocument", {{"uri", kUri}}}, {"position", session.PositionOf("peripheral_id: \"p29", 19)}});
+  const Json all = session.Request(
+      "textDocument/completion",
+      {{"textDocument", {{"uri", kUri}}}, {"position", session.PositionOf("peripheral_id: \"p29", 19)}});
   EXPECT_EQ(all["result"]["isIncomplete"], true);
   const Json& items = all["result"]["items"];
   ASSERT_EQ(items.size(), 11u) << "p29 and p290 to p299: " << items.dump();
@@ -377,27 +395,31 @@ TEST(Lsp, FormattingKeepsCommentsAndRefusesWhatWouldChange) {
   const std::string messy = "peripherals {   id: \"a\"   # keep\n}\n\n\n\nperipherals {id: \"b\"}\n";
   session.Open(messy);
   session.set_text(messy);
-  const Json edits = session.Request("textDocument/formatting", {{"textDocument", {{"uri", kUri}}}})["result"];
+  const Json edits =
+      session.Request("textDocument/formatting", {{"textDocument", {{"uri", kUri}}}})["result"];
   ASSERT_TRUE(edits.is_array()) << edits.dump();
   EXPECT_EQ(edits[0]["range"], Range(0, 0, 0)) << "the header goes first";
   std::string all;
   for (const Json& edit : edits) all += edit["newText"].get<std::string>();
   EXPECT_NE(all.find("id: \"a\"  # keep"), std::string::npos) << all;
   // Only the lines asked for.
-  const Json range =
-      session.Request("textDocument/rangeFormatting", {{"textDocument", {{"uri", kUri}}}, {"range", Range(5, 0, 3)}})["result"];
+  const Json range = session.Request("textDocument/rangeFormatting", {{"textDocument", {{"uri", kUri}}},
+                                                                      {"range", Range(5, 0, 3)}})["result"];
   ASSERT_EQ(range.size(), 1u) << range.dump();
   EXPECT_EQ(range[0]["newText"], "peripherals { id: \"b\" }\n");
   session.Notify("textDocument/didChange", Changes(2, {Whole("peripherals { id: ")}));
-  EXPECT_EQ(session.Request("textDocument/formatting", {{"textDocument", {{"uri", kUri}}}})["error"]["code"], -32803);
+  EXPECT_EQ(session.Request("textDocument/formatting", {{"textDocument", {{"uri", kUri}}}})["error"]["code"],
+            -32803);
 }
 
 TEST(Lsp, CodeActionsFixWhatTheyCan) {
   Session session;
   const std::string text =
       "peripherals { id: \"cam0\" type: PERIPHERAL_TYPE_CAMERA }\n"
-      "peripherals { id: \"imu0\" type: PERIPHERAL_TYPE_IMU system_type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI }\n"
-      "peripherals { id: \"mag0\" type: PERIPHERAL_TYPE_MAG dependencies { peripheral_id: \"imu9\" } }  # note\n";
+      "peripherals { id: \"imu0\" type: PERIPHERAL_TYPE_IMU system_type: "
+      "PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI }\n"
+      "peripherals { id: \"mag0\" type: PERIPHERAL_TYPE_MAG dependencies { peripheral_id: \"imu9\" } }  # "
+      "note\n";
   session.Open(text);
   session.set_text(text);
   const Json diagnostics = session.Diagnostics();
@@ -416,9 +438,11 @@ TEST(Lsp, CodeActionsFixWhatTheyCan) {
     }
   }
   const auto titles = [&](const std::string& code) { return offered[code].first; };
-  EXPECT_EQ(offered["dangling-reference"].second, "imu0") << "the nearest id, of any type a dependency may name";
+  EXPECT_EQ(offered["dangling-reference"].second, "imu0")
+      << "the nearest id, of any type a dependency may name";
   EXPECT_EQ(titles("dangling-reference"),
-            (std::vector<std::string>{"Change to \"imu0\"", "Silence dangling-reference for the entry that starts here",
+            (std::vector<std::string>{"Change to \"imu0\"",
+                                      "Silence dangling-reference for the entry that starts here",
                                       "Add the proto-file / proto-message header"}));
   EXPECT_EQ(offered["missing-options"].second,
             "system_options {\n  type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI\n}\n");
@@ -445,11 +469,13 @@ TEST(Lsp, HintsLensesAndRelatedPlaces) {
   Session session(J(R"({"textDocument": {"publishDiagnostics": {"relatedInformation": true}}})"));
   session.Open(kText);
   session.set_text(kText);
-  const Json hints = session.Request("textDocument/inlayHint", {{"textDocument", {{"uri", kUri}}}, {"range", Range(5, 0, 99)}})["result"];
+  const Json hints = session.Request(
+      "textDocument/inlayHint", {{"textDocument", {{"uri", kUri}}}, {"range", Range(5, 0, 99)}})["result"];
   ASSERT_EQ(hints.size(), 1u) << "line 6 only: " << hints.dump();
   EXPECT_EQ(hints[0]["label"], "CAMERA");
   EXPECT_EQ(hints[0]["position"], session.PositionOf("\" }\n}", 1));
-  const Json all = session.Request("textDocument/inlayHint", {{"textDocument", {{"uri", kUri}}}, {"range", Range(0, 0, 0)}});
+  const Json all = session.Request("textDocument/inlayHint",
+                                   {{"textDocument", {{"uri", kUri}}}, {"range", Range(0, 0, 0)}});
   EXPECT_TRUE(all["result"].empty());
   const Json lenses = session.Request("textDocument/codeLens", {{"textDocument", {{"uri", kUri}}}})["result"];
   ASSERT_EQ(lenses.size(), 4u) << "cam0, cams, imu0 and the template: " << lenses.dump();
@@ -464,7 +490,8 @@ TEST(Lsp, HintsLensesAndRelatedPlaces) {
       "peripherals { id: \"a\" type: PERIPHERAL_TYPE_IMU }\n";
   session.Notify("textDocument/didChange", Changes(2, {Whole(text)}));
   std::map<std::string, Json> related;
-  for (const Json& d : session.Diagnostics()) related[d.value("code", "")] = d.value("relatedInformation", Json());
+  for (const Json& d : session.Diagnostics())
+    related[d.value("code", "")] = d.value("relatedInformation", Json());
   ASSERT_EQ(related["duplicate-id"].size(), 1u) << related["duplicate-id"].dump();
   EXPECT_EQ(related["duplicate-id"][0]["location"]["range"], Range(0, 19, 20));
   ASSERT_EQ(related["dependency-cycle"].size(), 2u) << related["dependency-cycle"].dump();
@@ -476,7 +503,8 @@ TEST(Lsp, CancelledAndOutdatedRequestsAreAnsweredSo) {
   session.Open(kText);
   const Json hover = {{"textDocument", {{"uri", kUri}}}, {"position", {{"line", 0}, {"character", 20}}}};
   const auto ask = [&](int id) {
-    session.server().Handle({{"jsonrpc", "2.0"}, {"id", id}, {"method", "textDocument/hover"}, {"params", hover}});
+    session.server().Handle(
+        {{"jsonrpc", "2.0"}, {"id", id}, {"method", "textDocument/hover"}, {"params", hover}});
     return session.sent().back();
   };
   session.server().Cancel(7);
@@ -501,10 +529,10 @@ TEST(Lsp, FramingSurvivesWhatThePeerSends) {
   int fds[2];
   ASSERT_EQ(pipe(fds), 0);
   const std::string body = R"({"a":1})";
-  const std::string input = "Content-Length: 7\r\n\r\n" + body +                 // a message
-                            "Content-Type: x\r\n\r\n" +                          // no length
-                            "content-length:  7 \r\nX: y\r\n\r\n" + body +      // any case, blanks
-                            "Content-Length: 99999999999\r\n\r\n" + "abc";    // past the limit, cut off
+  const std::string input = "Content-Length: 7\r\n\r\n" + body +            // a message
+                            "Content-Type: x\r\n\r\n" +                     // no length
+                            "content-length:  7 \r\nX: y\r\n\r\n" + body +  // any case, blanks
+                            "Content-Length: 99999999999\r\n\r\n" + "abc";  // past the limit, cut off
   ASSERT_EQ(write(fds[1], input.data(), input.size()), static_cast<ssize_t>(input.size()));
   close(fds[1]);
   pcfg::lsp::MessageReader reader(fds[0]);

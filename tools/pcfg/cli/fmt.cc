@@ -45,12 +45,11 @@ bool LoadAndLayOut(const std::string& input, const FmtOptions& options, LoadedCo
     load.on_read = [&](const std::string& raw, Format format) {
       if (format != Format::kText) return;
       // Either policy: where no thread can be had, the layout is worked out when it is asked for.
-      *layout = std::async(std::launch::async | std::launch::deferred,
-                           [&options, file = DisplayName(input), raw] {
-                             return options.lines.empty()
-                                        ? LayOutAndReparse(file, raw)
-                                        : LayOutAndReparse(file, raw, options.first_line, options.last_line);
-                           });
+      *layout =
+          std::async(std::launch::async | std::launch::deferred, [&options, file = DisplayName(input), raw] {
+            return options.lines.empty() ? LayOutAndReparse(file, raw)
+                                         : LayOutAndReparse(file, raw, options.first_line, options.last_line);
+          });
     };
   return LoadOrReport(input, load, loaded);
 }
@@ -65,8 +64,8 @@ bool LaidOut(const LoadedConfig& loaded, std::future<TextLayoutResult>& job, std
   if (fault != LayoutFault::kNone) {
     const bool comment = fault == LayoutFault::kComment;
     Error(loaded.file, line,
-          why + "; left as it was (--canonical " + (comment ? "--drop-comments formats it without comments)"
-                                                            : "formats it)"));
+          why + "; left as it was (--canonical " +
+              (comment ? "--drop-comments formats it without comments)" : "formats it)"));
     return false;
   }
   *formatted = std::move(layout.formatted);
@@ -198,8 +197,8 @@ void AddFmtCommand(CLI::App& app, int& exit_status) {
           [](std::string& value) -> std::string {
             unsigned first = 0, last = 0;
             char end = 0;
-            if (std::sscanf(value.c_str(), "%9u:%9u%c", &first, &last, &end) == 2 && first >= 1 && last >= first &&
-                value.find_first_not_of("0123456789:") == std::string::npos)
+            if (std::sscanf(value.c_str(), "%9u:%9u%c", &first, &last, &end) == 2 && first >= 1 &&
+                last >= first && value.find_first_not_of("0123456789:") == std::string::npos)
               return "";
             return "expected N:M, two line numbers from 1 with N <= M, not '" + value + "'";
           },

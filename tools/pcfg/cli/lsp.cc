@@ -12,7 +12,8 @@
 namespace pcfg::cli {
 
 void AddLspCommand(CLI::App& app, int& exit_status) {
-  CLI::App* command = app.add_subcommand("lsp", "Serve editors: the Language Server Protocol over stdin/stdout");
+  CLI::App* command =
+      app.add_subcommand("lsp", "Serve editors: the Language Server Protocol over stdin/stdout");
   command->footer(
       "Speaks the Language Server Protocol (3.17) on standard input and output for text\n"
       "configurations (.txtpb, .textproto, .pbtxt): every rule's findings as you type, go to\n"
@@ -23,8 +24,9 @@ void AddLspCommand(CLI::App& app, int& exit_status) {
       "client says exit, when its input ends, or when the process that started it does.\n"
       "Exit status: 0 after shutdown and exit, 1 otherwise.");
   auto delimited = std::make_shared<bool>(false);
-  command->add_flag("--delimited", *delimited,
-                    "read messages separated by lines of ---, '#' lines left out (recorded sessions), not framed");
+  command->add_flag(
+      "--delimited", *delimited,
+      "read messages separated by lines of ---, '#' lines left out (recorded sessions), not framed");
   command->callback([&exit_status, delimited] {
     // The editor that started the server may die without a word: end with it.
     prctl(PR_SET_PDEATHSIG, SIGTERM);

@@ -38,7 +38,8 @@ TextLayoutResult LayOutAndReparse(const std::string& file, const std::string& ra
   return layout;
 }
 
-LayoutFault CheckLayoutFaithful(const Config& config, const TextLayoutResult& layout, int* line, std::string* why) {
+LayoutFault CheckLayoutFaithful(const Config& config, const TextLayoutResult& layout, int* line,
+                                std::string* why) {
   *line = 0;
   if (layout.tree_errors) {
     *why = "cannot lay this text out as written";

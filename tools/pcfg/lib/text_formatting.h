@@ -30,6 +30,7 @@ enum class LayoutFault { kNone, kUnreadable, kMeaning, kComment };
 
 // Whether LAYOUT may stand for the text that CONFIG was parsed from: kNone when it may. Otherwise
 // sets *LINE (0 when no line is to blame) and *WHY.
-LayoutFault CheckLayoutFaithful(const Config& config, const TextLayoutResult& layout, int* line, std::string* why);
+LayoutFault CheckLayoutFaithful(const Config& config, const TextLayoutResult& layout, int* line,
+                                std::string* why);
 
 }  // namespace pcfg

@@ -58,7 +58,8 @@ Position Document::PositionOf(uint32_t offset, PositionEncoding encoding) const 
     return position;
   }
   const auto count = [&](const std::vector<uint32_t>& at) {
-    return static_cast<int>(std::lower_bound(at.begin(), at.end(), offset) - std::lower_bound(at.begin(), at.end(), start));
+    return static_cast<int>(std::lower_bound(at.begin(), at.end(), offset) -
+                            std::lower_bound(at.begin(), at.end(), start));
   };
   position.character = static_cast<int>(offset - start) - count(continuations_) + count(four_byte_leads_);
   return position;

@@ -86,14 +86,15 @@ std::vector<TextFix> FixesFor(const Analysis& analysis, uint32_t begin, uint32_t
     const size_t at = text.rfind(written, begin);
     const gp::FieldDescriptor* field =
         at != std::string::npos ? FieldAt(analysis, static_cast<uint32_t>(at)) : nullptr;
-    const gp::EnumDescriptor* type = field != nullptr && field->name() == field_name ? field->enum_type() : nullptr;
+    const gp::EnumDescriptor* type =
+        field != nullptr && field->name() == field_name ? field->enum_type() : nullptr;
     if (type != nullptr) {
       std::vector<std::string> names;
       for (int v = 0; v < type->value_count(); ++v) names.push_back(type->value(v)->name());
       if (at + written.size() + 2 >= begin)
         for (const std::string& name : Nearest(written, names))
-          fixes.push_back({"Change to " + name, static_cast<uint32_t>(at), static_cast<uint32_t>(at + written.size()),
-                           name, fixes.empty()});
+          fixes.push_back({"Change to " + name, static_cast<uint32_t>(at),
+                           static_cast<uint32_t>(at + written.size()), name, fixes.empty()});
     }
   }
   // A system type without its options: the entry, at the end of the document.
@@ -114,9 +115,10 @@ std::vector<TextFix> FixesFor(const Analysis& analysis, uint32_t begin, uint32_t
       fixes.push_back({"Silence " + code + " on this line", line_end, line_end, "  " + comment, false});
     } else {
       const size_t indent = line.find_first_not_of(" \t");
-      fixes.push_back({"Silence " + code + " for the entry that starts here", line_start, line_start,
-                       std::string(line.substr(0, indent == std::string_view::npos ? 0 : indent)) + comment + "\n",
-                       false});
+      fixes.push_back(
+          {"Silence " + code + " for the entry that starts here", line_start, line_start,
+           std::string(line.substr(0, indent == std::string_view::npos ? 0 : indent)) + comment + "\n",
+           false});
     }
   }
   return fixes;

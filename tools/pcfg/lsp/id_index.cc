@@ -30,7 +30,8 @@ constexpr IdField kIdFields[] = {
     {"peripherals", "id", IdSpace::kPeripheral, true, "", "peripheral"},
     {"peripherals", "dependencies.peripheral_id", IdSpace::kPeripheral, false, "", "dependency"},
     // A physical camera with is_template set defines a template instead (see IdIndex).
-    {"physical_cameras", "peripheral_id", IdSpace::kPeripheral, false, "PERIPHERAL_TYPE_CAMERA", "physical camera"},
+    {"physical_cameras", "peripheral_id", IdSpace::kPeripheral, false, "PERIPHERAL_TYPE_CAMERA",
+     "physical camera"},
     {"physical_cameras", "cameraset_peripheral_ids", IdSpace::kPeripheral, false, "PERIPHERAL_TYPE_CAMERASET",
      "camera set"},
     {"physical_cameras", "template_id", IdSpace::kTemplate, false, "", "template"},
@@ -50,7 +51,8 @@ constexpr IdField kIdFields[] = {
 std::string CanonicalType(std::string_view written) {
   const auto* type = models::PeripheralType_descriptor();
   const google::protobuf::EnumValueDescriptor* value = type->FindValueByName(std::string(written));
-  if (value == nullptr && !written.empty() && written.find_first_not_of("0123456789") == std::string_view::npos)
+  if (value == nullptr && !written.empty() &&
+      written.find_first_not_of("0123456789") == std::string_view::npos)
     value = type->FindValueByNumber(std::atoi(std::string(written).c_str()));
   if (value != nullptr) value = type->FindValueByNumber(value->number());
   return value != nullptr ? value->name() : std::string(written);
@@ -141,8 +143,8 @@ class Builder {
         occurrence.entry = entry;
         occurrence.key = std::string_view(row.path) == "id" || std::string_view(row.path) == "peripheral_id";
         const auto& tokens = tree_.tokens();
-        occurrence.simple = value.end == value.first + 1 && tree_.Text(tokens[value.first]).find('\\') ==
-                                                                 std::string_view::npos;
+        occurrence.simple = value.end == value.first + 1 &&
+                            tree_.Text(tokens[value.first]).find('\\') == std::string_view::npos;
         occurrence.begin = tokens[value.first].begin + (occurrence.simple ? 1 : 0);
         occurrence.end = tokens[value.end - 1].end - (occurrence.simple ? 1 : 0);
         out_->push_back(std::move(occurrence));

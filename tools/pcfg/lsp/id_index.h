@@ -16,17 +16,17 @@ namespace pcfg::lsp {
 enum class IdSpace : uint8_t { kPeripheral, kTemplate };
 
 struct IdOccurrence {
-  std::string id;  // the value, unescaped
+  std::string id;               // the value, unescaped
   uint32_t begin = 0, end = 0;  // bytes of the id: inside the quotes when the value is one plain string
   IdSpace space = IdSpace::kPeripheral;
   bool definition = false;
   // A reference: the registry type it must name ("PERIPHERAL_TYPE_CAMERA"), empty for any. A
   // definition: the type its entry gives, as written.
   std::string kind;
-  const char* role = "";      // "dependency", "member camera", ... or the entry list's name
-  int32_t entry = -1;         // the tree node of the entry (message) that holds it
-  bool simple = true;         // one plain string token: can be renamed in place
-  bool key = false;           // the id of its own entry (id, or the entry's peripheral_id)
+  const char* role = "";  // "dependency", "member camera", ... or the entry list's name
+  int32_t entry = -1;     // the tree node of the entry (message) that holds it
+  bool simple = true;     // one plain string token: can be renamed in place
+  bool key = false;       // the id of its own entry (id, or the entry's peripheral_id)
 };
 
 // What the field at PATH inside an entry of LIST ("peripherals", "dependencies.peripheral_id")
@@ -50,7 +50,7 @@ class IdIndex {
   std::vector<const IdOccurrence*> Definitions(IdSpace space, std::string_view kind = {}) const;
 
  private:
-  std::vector<IdOccurrence> occurrences_;  // in text order
+  std::vector<IdOccurrence> occurrences_;                            // in text order
   std::unordered_map<std::string, std::vector<uint32_t>> by_id_[2];  // per space: occurrences, in order
 };
 

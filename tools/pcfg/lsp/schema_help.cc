@@ -61,8 +61,9 @@ int32_t MessageAt(const SyntaxTree& tree, uint32_t offset) {
       // Inside a message means past its opening brace and, when it is closed, before its closer.
       const uint32_t begin = tokens[node.first].end;
       const uint32_t end = node.closed ? tokens[node.end - 1].begin : tokens[node.end - 1].end;
-      const bool holds = node.kind == NodeKind::kMessage ? offset >= begin && offset <= end
-                                                         : offset >= tokens[node.first].begin && offset <= tokens[node.end - 1].end;
+      const bool holds = node.kind == NodeKind::kMessage
+                             ? offset >= begin && offset <= end
+                             : offset >= tokens[node.first].begin && offset <= tokens[node.end - 1].end;
       if (!holds || node.kind == NodeKind::kValue || node.kind == NodeKind::kError) continue;
       at = child;
       deeper = true;
@@ -94,7 +95,8 @@ const std::string& SchemaComment(const std::string& full_name) {
     for (const gp::FileDescriptorProto& file : set.file()) {
       std::map<std::vector<int>, std::string> by_path;
       for (const auto& location : file.source_code_info().location()) {
-        std::string text = location.leading_comments().empty() ? location.trailing_comments() : location.leading_comments();
+        std::string text =
+            location.leading_comments().empty() ? location.trailing_comments() : location.leading_comments();
         while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
         while (!text.empty() && text.front() == ' ') text.erase(0, 1);
         if (!text.empty()) by_path[{location.path().begin(), location.path().end()}] = text;
@@ -104,7 +106,8 @@ const std::string& SchemaComment(const std::string& full_name) {
         const auto it = by_path.find(path);
         if (it != by_path.end()) found[name] = it->second;
       };
-      const auto enumeration = [&](const gp::EnumDescriptorProto& type, std::vector<int> path, const std::string& scope) {
+      const auto enumeration = [&](const gp::EnumDescriptorProto& type, std::vector<int> path,
+                                   const std::string& scope) {
         note(path, scope + type.name());
         for (int v = 0; v < type.value_size(); ++v) {
           path.insert(path.end(), {2, v});
@@ -150,13 +153,15 @@ std::string TypeName(const gp::FieldDescriptor* field) {
 }
 
 std::string FieldNote(const gp::FieldDescriptor* field) {
-  std::string note = "```proto\n" + TypeName(field) + " " + field->name() + " = " + std::to_string(field->number()) +
-                     ";\n```\nin `" + field->containing_type()->full_name() + "`";
+  std::string note = "```proto\n" + TypeName(field) + " " + field->name() + " = " +
+                     std::to_string(field->number()) + ";\n```\nin `" +
+                     field->containing_type()->full_name() + "`";
   if (field->containing_oneof() != nullptr) note += ", one of `" + field->containing_oneof()->name() + "`";
   if (const std::string& comment = SchemaComment(field->full_name()); !comment.empty()) {
     note += "\n\n" + comment;
   } else if (field->message_type() != nullptr && !SchemaComment(field->message_type()->full_name()).empty()) {
-    note += "\n\n`" + field->message_type()->name() + "`: " + SchemaComment(field->message_type()->full_name());
+    note +=
+        "\n\n`" + field->message_type()->name() + "`: " + SchemaComment(field->message_type()->full_name());
   } else if (field->enum_type() != nullptr && !SchemaComment(field->enum_type()->full_name()).empty()) {
     note += "\n\n`" + field->enum_type()->name() + "`: " + SchemaComment(field->enum_type()->full_name());
   }
@@ -165,10 +170,12 @@ std::string FieldNote(const gp::FieldDescriptor* field) {
 
 std::string EnumValueNote(const gp::EnumValueDescriptor* value) {
   const gp::EnumDescriptor* type = value->type();
-  std::string note = "`" + value->name() + " = " + std::to_string(value->number()) + "` of `" + type->full_name() + "`";
+  std::string note =
+      "`" + value->name() + " = " + std::to_string(value->number()) + "` of `" + type->full_name() + "`";
   std::vector<std::string> others;
   for (int i = 0; i < type->value_count(); ++i)
-    if (type->value(i)->number() == value->number() && type->value(i) != value) others.push_back(type->value(i)->name());
+    if (type->value(i)->number() == value->number() && type->value(i) != value)
+      others.push_back(type->value(i)->name());
   if (!others.empty()) {
     note += "\n\nalso named";
     for (const std::string& other : others) note += " `" + other + "`";
@@ -176,7 +183,8 @@ std::string EnumValueNote(const gp::EnumValueDescriptor* value) {
       note += " (`" + type->FindValueByNumber(value->number())->name() + "` is how pcfg prints it)";
   }
   // A value's full name is in its enumeration's scope, as protobuf names it.
-  if (const std::string& comment = SchemaComment(value->full_name()); !comment.empty()) note += "\n\n" + comment;
+  if (const std::string& comment = SchemaComment(value->full_name()); !comment.empty())
+    note += "\n\n" + comment;
   const std::string alias = value->options().GetExtension(models::Alias);
   if (!alias.empty()) note += "\n\nAlias: `" + alias + "`";
   return note;
@@ -232,7 +240,8 @@ const gp::FieldDescriptor* FieldAt(const Analysis& analysis, uint32_t offset) {
   for (size_t n = 1; n < tree.nodes().size(); ++n) {
     const Node& node = tree.nodes()[n];
     if (node.kind != NodeKind::kField || node.end <= node.first) continue;
-    if (tokens[node.first].begin <= offset && offset <= tokens[node.end - 1].end) innermost = static_cast<int32_t>(n);
+    if (tokens[node.first].begin <= offset && offset <= tokens[node.end - 1].end)
+      innermost = static_cast<int32_t>(n);
   }
   if (innermost < 0) return nullptr;
   std::vector<std::string> names = FieldNamesTo(tree, innermost);
@@ -252,7 +261,8 @@ HoverNote HoverAt(const Analysis& analysis, uint32_t offset) {
   const SyntaxTree& tree = analysis.tree();
   const std::vector<Token>& tokens = tree.tokens();
   const long i = TokenBefore(tree, offset + 1);
-  if (i < 0 || tokens[static_cast<size_t>(i)].kind != TokenKind::kIdentifier || tokens[static_cast<size_t>(i)].end < offset)
+  if (i < 0 || tokens[static_cast<size_t>(i)].kind != TokenKind::kIdentifier ||
+      tokens[static_cast<size_t>(i)].end < offset)
     return hover;
   const Token& token = tokens[static_cast<size_t>(i)];
   hover.begin = token.begin, hover.end = token.end;
@@ -270,7 +280,8 @@ HoverNote HoverAt(const Analysis& analysis, uint32_t offset) {
   int32_t value = -1;
   for (size_t n = 1; n < tree.nodes().size(); ++n) {
     const Node& node = tree.nodes()[n];
-    if (node.kind == NodeKind::kValue && node.first <= static_cast<uint32_t>(i) && static_cast<uint32_t>(i) < node.end)
+    if (node.kind == NodeKind::kValue && node.first <= static_cast<uint32_t>(i) &&
+        static_cast<uint32_t>(i) < node.end)
       value = static_cast<int32_t>(n);
   }
   if (value < 0) return hover;
@@ -302,7 +313,8 @@ std::vector<Completion> CompleteAt(const Analysis& analysis, uint32_t offset, bo
   if (i >= 0) {
     const Token& t = tokens[static_cast<size_t>(i)];
     const bool in_string = is_string(t) && t.begin < offset && offset <= t.end;
-    const bool word_ends_here = t.end == offset && (t.kind == TokenKind::kIdentifier || t.kind == TokenKind::kError);
+    const bool word_ends_here =
+        t.end == offset && (t.kind == TokenKind::kIdentifier || t.kind == TokenKind::kError);
     if (in_string || word_ends_here) {
       replace_begin = t.begin;
       replace_end = in_string ? t.end : offset;
@@ -371,7 +383,8 @@ std::vector<Completion> CompleteAt(const Analysis& analysis, uint32_t offset, bo
       std::string kind;
       if (ReferenceKindOf(names.front(), path, &space, &kind))
         for (const IdOccurrence* d : analysis.ids().Definitions(space, kind))
-          add({d->id, 18, d->kind.empty() ? (space == IdSpace::kTemplate ? "template" : "peripheral") : d->kind,
+          add({d->id, 18,
+               d->kind.empty() ? (space == IdSpace::kTemplate ? "template" : "peripheral") : d->kind,
                "\"" + google::protobuf::CEscape(d->id) + "\"", false, 0, 0});
     }
     return items;

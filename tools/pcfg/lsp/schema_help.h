@@ -2,11 +2,11 @@
 // ids, and what may be written at the cursor.
 #pragma once
 
+#include <google/protobuf/descriptor.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
-
-#include <google/protobuf/descriptor.h>
 
 #include "analysis.h"
 

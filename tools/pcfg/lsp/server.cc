@@ -118,7 +118,8 @@ void Server::DocumentChanging(const std::string& uri) {
 }
 
 void Server::HandleBody(const std::string& body) {
-  if (body == kMalformedHeader) return ReplyError(nullptr, kParseError, "a message header without a Content-Length");
+  if (body == kMalformedHeader)
+    return ReplyError(nullptr, kParseError, "a message header without a Content-Length");
   if (body == kTooLarge)
     return ReplyError(nullptr, kParseError,
                       "a message over " + std::to_string(kMaxMessageBytes >> 20) + " MiB, not read");
@@ -198,7 +199,8 @@ Json Server::Initialize(const Json& params) {
   client_.snippets = text_document.value("completion", Json::object())
                          .value("completionItem", Json::object())
                          .value("snippetSupport", false);
-  const Json tags = text_document.value("publishDiagnostics", Json::object()).value("tagSupport", Json::object());
+  const Json tags =
+      text_document.value("publishDiagnostics", Json::object()).value("tagSupport", Json::object());
   for (const Json& tag : tags.value("valueSet", Json::array())) client_.unnecessary_tag |= tag == 1;
   client_.related_information =
       text_document.value("publishDiagnostics", Json::object()).value("relatedInformation", false);
@@ -222,7 +224,8 @@ Json Server::Initialize(const Json& params) {
       {"inlayHintProvider", true},
       {"codeLensProvider", {{"resolveProvider", false}}},
   };
-  return {{"capabilities", server_capabilities}, {"serverInfo", {{"name", "pcfg"}, {"version", PCFG_VERSION}}}};
+  return {{"capabilities", server_capabilities},
+          {"serverInfo", {{"name", "pcfg"}, {"version", PCFG_VERSION}}}};
 }
 
 Json Server::Shutdown(const Json&) {
@@ -238,7 +241,8 @@ Json Server::DidOpen(const Json& params) {
   const Json& item = params.at("textDocument");
   const std::string uri = item.at("uri");
   OpenDocument& open = documents_[uri];
-  open.document = std::make_unique<Document>(uri, item.at("text").get<std::string>(), item.value("version", 0));
+  open.document =
+      std::make_unique<Document>(uri, item.at("text").get<std::string>(), item.value("version", 0));
   open.analysis.reset();
   open.last_good = Json::array();
   open.publish = true;
@@ -338,7 +342,8 @@ Json Server::DiagnosticsOf(OpenDocument& open) {
   for (Json finding : open.last_good) {
     std::string message = finding["message"];
     const std::string stale = " (found in the last text that parsed)";
-    if (message.size() < stale.size() || message.compare(message.size() - stale.size(), stale.size(), stale) != 0)
+    if (message.size() < stale.size() ||
+        message.compare(message.size() - stale.size(), stale.size(), stale) != 0)
       finding["message"] = message + stale;
     found.push_back(std::move(finding));
   }
@@ -440,7 +445,8 @@ Json Server::Highlight(const Json& params) {
   if (at == nullptr) return nullptr;
   Json highlights = Json::array();
   for (const IdOccurrence* o : analysis.ids().All(at->space, at->id))
-    highlights.push_back({{"range", RangeJson(*open->document, o->begin, o->end)}, {"kind", o->definition ? 3 : 2}});
+    highlights.push_back(
+        {{"range", RangeJson(*open->document, o->begin, o->end)}, {"kind", o->definition ? 3 : 2}});
   return highlights;
 }
 
@@ -483,9 +489,9 @@ Json Server::Symbols(const Json& params) {
     const char* list;
     int kind;  // SymbolKind
   };
-  static const ListKind kLists[] = {{"peripherals", 5},      {"physical_cameras", 10},     {"camera_sets", 23},
-                                    {"logical_cameras", 11}, {"camera_stream_configs", 8}, {"system_options", 19},
-                                    {"device_info", 19}};
+  static const ListKind kLists[] = {
+      {"peripherals", 5},           {"physical_cameras", 10}, {"camera_sets", 23}, {"logical_cameras", 11},
+      {"camera_stream_configs", 8}, {"system_options", 19},   {"device_info", 19}};
   std::map<int32_t, const IdOccurrence*> id_of_entry;
   for (const IdOccurrence& o : analysis.ids().occurrences())
     if (o.key) id_of_entry.emplace(o.entry, &o);
@@ -511,8 +517,11 @@ Json Server::Symbols(const Json& params) {
       const Json selection = id != id_of_entry.end() ? RangeJson(document, id->second->begin, id->second->end)
                                                      : RangeJson(document, entry_begin, entry_begin);
       if (client_.hierarchical_symbols)
-        return Json{{"name", label.empty() ? "\"\"" : label}, {"detail", detail}, {"kind", list->kind},
-                    {"range", RangeJson(document, entry_begin, entry_end)}, {"selectionRange", selection}};
+        return Json{{"name", label.empty() ? "\"\"" : label},
+                    {"detail", detail},
+                    {"kind", list->kind},
+                    {"range", RangeJson(document, entry_begin, entry_end)},
+                    {"selectionRange", selection}};
       return Json{{"name", label.empty() ? "\"\"" : label},
                   {"kind", list->kind},
                   {"location", LocationOf(document, entry_begin, entry_end)},
@@ -534,11 +543,12 @@ Json Server::Symbols(const Json& params) {
     auto group = group_of.find(name);
     if (group == group_of.end()) {
       group = group_of.emplace(name, groups.size()).first;
-      groups.push_back({{"name", name},
-                        {"kind", 3},  // Namespace
-                        {"range", RangeJson(document, begin, end)},
-                        {"selectionRange", RangeJson(document, begin, begin + static_cast<uint32_t>(name.size()))},
-                        {"children", Json::array()}});
+      groups.push_back(
+          {{"name", name},
+           {"kind", 3},  // Namespace
+           {"range", RangeJson(document, begin, end)},
+           {"selectionRange", RangeJson(document, begin, begin + static_cast<uint32_t>(name.size()))},
+           {"children", Json::array()}});
     }
     Json& symbol = groups[group->second];
     symbol["range"]["end"] = RangeJson(document, begin, end)["end"];
@@ -552,11 +562,13 @@ Json Server::Symbols(const Json& params) {
 Json Server::FormatEdits(OpenDocument& open, int first_line, int last_line) {
   const Analysis& analysis = AnalysisOf(open);
   if (!analysis.parsed()) throw std::runtime_error("the text does not parse; fix it before formatting");
-  const TextLayoutResult layout = LayOutAndReparse(FileOf(open.document->uri()), analysis.text(), first_line, last_line);
+  const TextLayoutResult layout =
+      LayOutAndReparse(FileOf(open.document->uri()), analysis.text(), first_line, last_line);
   int line = 0;
   std::string why;
   if (CheckLayoutFaithful(analysis.loaded().config, layout, &line, &why) != LayoutFault::kNone)
-    throw std::runtime_error(why + (line > 0 ? " (line " + std::to_string(line) + ")" : "") + "; left as it is");
+    throw std::runtime_error(why + (line > 0 ? " (line " + std::to_string(line) + ")" : "") +
+                             "; left as it is");
   const Document& document = *open.document;
   const std::string& text = analysis.text();
   Json edits = Json::array();
@@ -572,7 +584,8 @@ Json Server::FormatEdits(OpenDocument& open, int first_line, int last_line) {
     const uint32_t begin = line_start(edit.first_line), end = line_start(edit.first_line + edit.line_count);
     std::string replacement = edit.text;
     // The last line without its line break gets it from the layout; one before it must be kept.
-    if (end == text.size() && begin == end && begin > 0 && text.back() != '\n') replacement = "\n" + replacement;
+    if (end == text.size() && begin == end && begin > 0 && text.back() != '\n')
+      replacement = "\n" + replacement;
     edits.push_back({{"range", RangeJson(document, begin, end)}, {"newText", replacement}});
   }
   return edits;
@@ -605,7 +618,8 @@ Json Server::Hover(const Json& params) {
   OpenDocument* open = Find(params);
   if (open == nullptr) return nullptr;
   const Analysis& analysis = AnalysisOf(*open);
-  const HoverNote note = HoverAt(analysis, open->document->Offset(PositionFrom(params.at("position")), encoding_));
+  const HoverNote note =
+      HoverAt(analysis, open->document->Offset(PositionFrom(params.at("position")), encoding_));
   if (note.markdown.empty()) return nullptr;
   return {{"contents", {{"kind", client_.markdown ? "markdown" : "plaintext"}, {"value", note.markdown}}},
           {"range", RangeJson(*open->document, note.begin, note.end)}};
@@ -621,11 +635,13 @@ Json Server::Completion(const Json& params) {
   // so far (without its quote), and the editor asks again as more is typed.
   bool incomplete = false;
   if (found.size() > kMaxCompletionItems) {
-    std::string typed = analysis.text().substr(found[0].replace_begin, offset - std::min(offset, found[0].replace_begin));
+    std::string typed =
+        analysis.text().substr(found[0].replace_begin, offset - std::min(offset, found[0].replace_begin));
     if (!typed.empty() && (typed[0] == '"' || typed[0] == '\'')) typed.erase(0, 1);
     std::vector<lsp::Completion> kept;
     for (lsp::Completion& c : found)
-      if (c.label.find(typed) != std::string::npos && kept.size() < kMaxCompletionItems) kept.push_back(std::move(c));
+      if (c.label.find(typed) != std::string::npos && kept.size() < kMaxCompletionItems)
+        kept.push_back(std::move(c));
     found = std::move(kept);
     incomplete = true;
   }
@@ -666,7 +682,9 @@ Json Server::CodeActions(const Json& params) {
     if (diagnostic.value("source", "") != "pcfg") continue;
     const uint32_t begin = document.Offset(PositionFrom(diagnostic.at("range").at("start")), encoding_);
     const uint32_t end = document.Offset(PositionFrom(diagnostic.at("range").at("end")), encoding_);
-    const std::string code = diagnostic.contains("code") && diagnostic["code"].is_string() ? diagnostic["code"].get<std::string>() : "";
+    const std::string code = diagnostic.contains("code") && diagnostic["code"].is_string()
+                                 ? diagnostic["code"].get<std::string>()
+                                 : "";
     for (const TextFix& fix : FixesFor(analysis, begin, end, code, diagnostic.value("message", "")))
       action(fix, diagnostic);
   }
@@ -687,10 +705,10 @@ Json Server::InlayHints(const Json& params) {
   for (const IdOccurrence& o : analysis.ids().occurrences()) {
     if (o.definition || o.end < from || o.begin > to) continue;
     const IdOccurrence* definition = analysis.ids().Definition(o.space, o.id);
-    std::string label = definition == nullptr                  ? "no entry"
-                        : o.space == IdSpace::kTemplate        ? "template"
+    std::string label = definition == nullptr                                ? "no entry"
+                        : o.space == IdSpace::kTemplate                      ? "template"
                         : definition->kind.rfind("PERIPHERAL_TYPE_", 0) == 0 ? definition->kind.substr(16)
-                                                                              : definition->kind;
+                                                                             : definition->kind;
     if (label.empty()) label = "peripheral";
     // After the closing quote of a plain string.
     const uint32_t after = o.simple ? o.end + 1 : o.end;
@@ -713,10 +731,11 @@ Json Server::CodeLenses(const Json& params) {
     if (!o.definition || analysis.ids().Definition(o.space, o.id) != &o) continue;
     size_t references = 0;
     for (const IdOccurrence* other : analysis.ids().All(o.space, o.id)) references += !other->definition;
-    lenses.push_back({{"range", RangeJson(document, o.begin, o.end)},
-                      {"command",
-                       {{"title", std::to_string(references) + (references == 1 ? " reference" : " references")},
-                        {"command", ""}}}});
+    lenses.push_back(
+        {{"range", RangeJson(document, o.begin, o.end)},
+         {"command",
+          {{"title", std::to_string(references) + (references == 1 ? " reference" : " references")},
+           {"command", ""}}}});
   }
   return lenses;
 }
@@ -794,7 +813,8 @@ int RunLanguageServer(int in_fd, int out_fd, MessageReader::Style style) {
       }
       // A glance at what comes, for what must be known before the server reaches it: only
       // messages that may be cancellations or changes are read here.
-      if (body.find("$/cancelRequest") != std::string::npos || body.find("textDocument/didChange") != std::string::npos) {
+      if (body.find("$/cancelRequest") != std::string::npos ||
+          body.find("textDocument/didChange") != std::string::npos) {
         const Json message = Json::parse(body, nullptr, false);
         if (message.is_object() && message.value("method", Json()).is_string()) {
           const std::string method = message["method"];

@@ -8,10 +8,9 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
-
-#include <nlohmann/json.hpp>
 
 #include "analysis.h"
 #include "document.h"
@@ -109,7 +108,7 @@ class Server {
   std::map<std::string, OpenDocument> documents_;
 
   std::mutex interrupts_mutex_;
-  std::set<std::string> cancelled_;  // request ids, as JSON text
+  std::set<std::string> cancelled_;      // request ids, as JSON text
   std::map<std::string, int> changing_;  // document uri -> changes come but not yet handled
 };
 

@@ -68,8 +68,8 @@ MessageReader::Result MessageReader::NextDelimited(std::string* body) {
       }
       end = buffer_.find('\n', at_);
     }
-    if (at_ >= buffer_.size()) return body->find_first_not_of(" \t\r\n") == std::string::npos ? Result::kEnd
-                                                                                              : Result::kMessage;
+    if (at_ >= buffer_.size())
+      return body->find_first_not_of(" \t\r\n") == std::string::npos ? Result::kEnd : Result::kMessage;
     std::string line = buffer_.substr(at_, end - at_);
     at_ = std::min(end + 1, buffer_.size());
     if (!line.empty() && line.back() == '\r') line.pop_back();
