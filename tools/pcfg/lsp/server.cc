@@ -400,36 +400,33 @@ Json Server::RelatedTo(const Analysis& analysis, const Document& document, const
 
 // ---- Navigation by id ----
 
-namespace {
-
-struct Target {
-  const IdOccurrence* occurrence = nullptr;
-};
-
-const IdOccurrence* OccurrenceAt(const Analysis& analysis, const Document& document, const Json& params,
-                                 PositionEncoding encoding) {
-  return analysis.ids().At(document.Offset(PositionFrom(params.at("position")), encoding));
+Server::IdAtCursor Server::IdAt(const Json& params) {
+  IdAtCursor cursor;
+  cursor.open = Find(params);
+  if (cursor.open == nullptr) return cursor;
+  cursor.analysis = &AnalysisOf(*cursor.open);
+  cursor.at = cursor.analysis->ids().At(
+      cursor.open->document->Offset(PositionFrom(params.at("position")), encoding_));
+  return cursor;
 }
 
-}  // namespace
-
 Json Server::Definition(const Json& params) {
-  OpenDocument* open = Find(params);
-  if (open == nullptr) return nullptr;
-  const Analysis& analysis = AnalysisOf(*open);
-  const IdOccurrence* at = OccurrenceAt(analysis, *open->document, params, encoding_);
-  if (at == nullptr) return nullptr;
+  const IdAtCursor cursor = IdAt(params);
+  if (cursor.at == nullptr) return nullptr;
+  OpenDocument* open = cursor.open;
+  const Analysis& analysis = *cursor.analysis;
+  const IdOccurrence* at = cursor.at;
   const IdOccurrence* definition = analysis.ids().Definition(at->space, at->id);
   if (definition == nullptr) return nullptr;
   return LocationOf(*open->document, definition->begin, definition->end);
 }
 
 Json Server::References(const Json& params) {
-  OpenDocument* open = Find(params);
-  if (open == nullptr) return nullptr;
-  const Analysis& analysis = AnalysisOf(*open);
-  const IdOccurrence* at = OccurrenceAt(analysis, *open->document, params, encoding_);
-  if (at == nullptr) return nullptr;
+  const IdAtCursor cursor = IdAt(params);
+  if (cursor.at == nullptr) return nullptr;
+  OpenDocument* open = cursor.open;
+  const Analysis& analysis = *cursor.analysis;
+  const IdOccurrence* at = cursor.at;
   const bool declarations = params.value("context", Json::object()).value("includeDeclaration", true);
   Json locations = Json::array();
   for (const IdOccurrence* o : analysis.ids().All(at->space, at->id))
@@ -438,11 +435,11 @@ Json Server::References(const Json& params) {
 }
 
 Json Server::Highlight(const Json& params) {
-  OpenDocument* open = Find(params);
-  if (open == nullptr) return nullptr;
-  const Analysis& analysis = AnalysisOf(*open);
-  const IdOccurrence* at = OccurrenceAt(analysis, *open->document, params, encoding_);
-  if (at == nullptr) return nullptr;
+  const IdAtCursor cursor = IdAt(params);
+  if (cursor.at == nullptr) return nullptr;
+  OpenDocument* open = cursor.open;
+  const Analysis& analysis = *cursor.analysis;
+  const IdOccurrence* at = cursor.at;
   Json highlights = Json::array();
   for (const IdOccurrence* o : analysis.ids().All(at->space, at->id))
     highlights.push_back(
@@ -451,19 +448,18 @@ Json Server::Highlight(const Json& params) {
 }
 
 Json Server::PrepareRename(const Json& params) {
-  OpenDocument* open = Find(params);
-  if (open == nullptr) return nullptr;
-  const Analysis& analysis = AnalysisOf(*open);
-  const IdOccurrence* at = OccurrenceAt(analysis, *open->document, params, encoding_);
-  if (at == nullptr) return nullptr;
-  return {{"range", RangeJson(*open->document, at->begin, at->end)}, {"placeholder", at->id}};
+  const IdAtCursor cursor = IdAt(params);
+  if (cursor.at == nullptr) return nullptr;
+  return {{"range", RangeJson(*cursor.open->document, cursor.at->begin, cursor.at->end)},
+          {"placeholder", cursor.at->id}};
 }
 
 Json Server::Rename(const Json& params) {
-  OpenDocument* open = Find(params);
-  if (open == nullptr) return nullptr;
-  const Analysis& analysis = AnalysisOf(*open);
-  const IdOccurrence* at = OccurrenceAt(analysis, *open->document, params, encoding_);
+  const IdAtCursor cursor = IdAt(params);
+  if (cursor.open == nullptr) return nullptr;
+  OpenDocument* open = cursor.open;
+  const Analysis& analysis = *cursor.analysis;
+  const IdOccurrence* at = cursor.at;
   if (at == nullptr) throw std::runtime_error("no peripheral id or template id here to rename");
   const std::string name = params.at("newName");
   if (name.empty()) throw std::runtime_error("an id cannot be empty");
@@ -573,12 +569,8 @@ Json Server::FormatEdits(OpenDocument& open, int first_line, int last_line) {
   const std::string& text = analysis.text();
   Json edits = Json::array();
   // The pieces that differ, each replacing whole lines: small edits keep the editor's marks.
-  std::vector<uint32_t> starts = {0};
-  for (size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 1))
-    starts.push_back(static_cast<uint32_t>(at + 1));
   const auto line_start = [&](int line_number) {
-    return static_cast<size_t>(line_number) <= starts.size() ? starts[static_cast<size_t>(line_number) - 1]
-                                                             : static_cast<uint32_t>(text.size());
+    return document.Offset({line_number - 1, 0}, PositionEncoding::kUtf8);
   };
   for (const LineEdit& edit : LayoutEditsWithin(text, layout.formatted, 1, INT_MAX - 1)) {
     const uint32_t begin = line_start(edit.first_line), end = line_start(edit.first_line + edit.line_count);

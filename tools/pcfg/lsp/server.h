@@ -64,6 +64,15 @@ class Server {
   };
   static const std::map<std::string, Method>& Methods();
 
+  // The open document a request names, its analysis and the id at the request's position; each
+  // null when there is none.
+  struct IdAtCursor {
+    OpenDocument* open = nullptr;
+    const Analysis* analysis = nullptr;
+    const IdOccurrence* at = nullptr;
+  };
+  IdAtCursor IdAt(const Json& params);
+
   void Reply(const Json& id, Json result);
   void ReplyError(const Json& id, int code, const std::string& message);
   const Analysis& AnalysisOf(OpenDocument& open);
