@@ -138,6 +138,11 @@ TEST(Lsp, ProtocolErrorsAndLifeCycle) {
       {"an unknown notification is dropped", R"({"jsonrpc":"2.0","method":"$/setTrace","params":{}})", 0},
       {"params of the wrong shape",
        R"({"jsonrpc":"2.0","id":4,"method":"textDocument/hover","params":{"textDocument":7}})", -32602},
+      {"an open without text opens nothing",
+       R"({"jsonrpc":"2.0","method":"textDocument/didOpen","params":{"textDocument":{"uri":"file:///n"}}})", 0},
+      {"so a request on it finds no document",
+       R"({"jsonrpc":"2.0","id":7,"method":"textDocument/documentSymbol","params":{"textDocument":{"uri":"file:///n"}}})",
+       0},
       {"a framing fault", pcfg::lsp::kMalformedHeader, -32700},
       {"shutdown", R"({"jsonrpc":"2.0","id":5,"method":"shutdown"})", 0},
       {"a request after shutdown", R"({"jsonrpc":"2.0","id":6,"method":"textDocument/hover","params":{}})",
@@ -271,6 +276,12 @@ TEST(Lsp, IncrementalChangesApplyInOrder) {
   EXPECT_EQ(session.At("textDocument/definition", "\"cam0\"", 1)["range"], Range(0, 19, 23));
   session.Diagnostics();
   EXPECT_EQ(session.sent().back()["params"]["version"], 3);
+  // A malformed change after a good one: the good one is in the text, and no request answers
+  // from the analysis of the text before it.
+  session.Notify("textDocument/didChange",
+                 Changes(4, {Edit(Range(0, 0, 0), "# y\n"), Json{{"range", Range(0, 0, 0)}, {"text", 5}}}));
+  session.set_text("# y\n" + kText);
+  EXPECT_EQ(session.At("textDocument/definition", "\"cam0\"", 1)["range"], Range(1, 19, 23));
 }
 
 TEST(Lsp, NavigatesByPeripheralAndTemplateIds) {

@@ -240,9 +240,12 @@ Json Server::Ignore(const Json&) { return nullptr; }
 Json Server::DidOpen(const Json& params) {
   const Json& item = params.at("textDocument");
   const std::string uri = item.at("uri");
-  OpenDocument& open = documents_[uri];
-  open.document =
+  // Read every field before the entry exists: a malformed open must not leave a document
+  // without text behind for later requests to find.
+  auto document =
       std::make_unique<Document>(uri, item.at("text").get<std::string>(), item.value("version", 0));
+  OpenDocument& open = documents_[uri];
+  open.document = std::move(document);
   open.analysis.reset();
   open.last_good = Json::array();
   open.publish = true;
@@ -253,6 +256,10 @@ Json Server::DidChange(const Json& params) {
   OpenDocument* open = Find(params);
   if (open == nullptr) return nullptr;  // a change to a document not open: nothing to apply it to
   Document& document = *open->document;
+  // Forget the analysis first: a malformed change further down the list throws after the
+  // ones before it have changed the text.
+  open->analysis.reset();
+  open->publish = true;
   for (const Json& change : params.at("contentChanges")) {
     std::optional<Range> range;
     if (change.contains("range")) {
@@ -279,8 +286,6 @@ Json Server::DidChange(const Json& params) {
       throw std::runtime_error("a change whose range ends before it starts");
   }
   document.set_version(params.at("textDocument").value("version", document.version()));
-  open->analysis.reset();
-  open->publish = true;
   return nullptr;
 }
 
