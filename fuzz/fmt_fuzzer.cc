@@ -2,20 +2,26 @@
 // back equal, formatting it again changes nothing, and it holds no comment. On text input, the
 // comment finder that guards fmt -i agrees with protobuf's own tokenizer; the syntax tree gives
 // back every byte of any text; and for text that loads, the tree finds no error and the layout
-// that keeps comments loads equal, holds the same comments and is its own layout.
+// that keeps comments loads equal, holds the same comments and is its own layout. The comment
+// finder that needs no tree finds what the tree does; and text that the token proof says reads
+// as a loading text does loads equal to it.
 #include <google/protobuf/io/tokenizer.h>
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <iterator>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "canonical_text.h"
 #include "checks.h"
 #include "fuzz_support.h"
 #include "syntax_tree.h"
+#include "text_formatting.h"
 #include "text_layout.h"
 
 namespace {
@@ -81,9 +87,37 @@ void CheckLoadsEqual(const pcfg::LoadedConfig& loaded, const std::string& text, 
     fuzz::Fail("the " + what + " text loads different", differences);
 }
 
+// LOADED's text with separators, brackets and blanks changed at places its bytes choose: where the
+// token proof fmt relies on says the change reads the same, it must load equal.
+void CheckTokenProof(const pcfg::LoadedConfig& loaded, const pcfg::syntax::SyntaxTree& tree) {
+  uint64_t state = std::hash<std::string>{}(loaded.raw) | 1;
+  const auto next = [&state] {
+    state ^= state << 13;
+    state ^= state >> 7;
+    state ^= state << 17;
+    return state % 16;
+  };
+  static const char* const kInserted[] = {";", ",", ":", " ", "{", "<"};
+  std::string variant;
+  for (const pcfg::syntax::Token& token : tree.tokens()) {
+    std::string_view text = tree.Text(token);
+    const uint64_t change = next();
+    if ((text == ";" || text == "," || text == ":") && change < 4) text = "";
+    if (text == "{" && change < 3) text = "<";
+    if (text == "}" && change < 3) text = ">";
+    variant += text;
+    const uint64_t insert = next();
+    if (insert < std::size(kInserted)) variant += kInserted[insert];
+  }
+  if (!pcfg::SameTextFormatTokens(loaded.raw, variant)) return;
+  pcfg::LoadedConfig again;
+  CheckLoadsEqual(loaded, variant, "token-equal", &again);
+}
+
 void CheckLayout(const pcfg::LoadedConfig& loaded) {
   const pcfg::syntax::SyntaxTree tree(loaded.raw);
   if (tree.has_errors()) fuzz::Fail("the syntax tree finds errors in text that protobuf reads");
+  CheckTokenProof(loaded, tree);
   const std::string laid_out = pcfg::LayOutText(tree);
   pcfg::LoadedConfig again;
   CheckLoadsEqual(loaded, laid_out, "laid-out", &again);
@@ -116,8 +150,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Bytes input(data, size);
   const pcfg::Format format = fuzz::FormatFromByte(input.Byte());
   const std::string rest = input.Rest();
-  if (format == pcfg::Format::kText && pcfg::syntax::SyntaxTree(rest).Print() != rest)
-    fuzz::Fail("the syntax tree loses bytes", rest);
+  if (format == pcfg::Format::kText) {
+    const pcfg::syntax::SyntaxTree tree(rest);
+    if (tree.Print() != rest) fuzz::Fail("the syntax tree loses bytes", rest);
+    if (pcfg::CommentsOf(rest) != pcfg::CommentsOf(tree)) fuzz::Fail("the comment finders disagree", rest);
+  }
   pcfg::LoadedConfig loaded;
   if (!fuzz::Load(format, rest, &loaded)) return 0;
   if (format == pcfg::Format::kText) {

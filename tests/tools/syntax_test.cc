@@ -7,6 +7,7 @@
 #include "formats.h"
 #include "pcfg_test_support.h"
 #include "syntax_tree.h"
+#include "text_formatting.h"
 #include "text_layout.h"
 
 namespace {
@@ -99,8 +100,8 @@ TEST(SyntaxTree, TokenizerColumnsCountTabsToMultiplesOfEight) {
     uint32_t offset;
     int column;  // 1-based, as diagnostics give it
   };
-  const Row rows[] = {{line2, 1}, {line2 + 2, 3}, {line2 + 3, 9}, {line2 + 4, 10}, {line2 + 5, 17},
-                      {line2 + 6, 18}, {10, 9}};
+  const Row rows[] = {{line2, 1},      {line2 + 2, 3},  {line2 + 3, 9}, {line2 + 4, 10},
+                      {line2 + 5, 17}, {line2 + 6, 18}, {10, 9}};
   for (const Row& row : rows) {
     EXPECT_EQ(tree.TokenizerColumn(row.offset), row.column) << row.offset;
     const int line = tree.Position(row.offset).line;
@@ -171,11 +172,48 @@ TEST(Layout, Table) {
   EXPECT_EQ(LaidOut(header + "a: 1\n"), header + "a: 1\n");
 }
 
+// fmt proves a layout by the tokens protobuf's parser reads: only separators that mean nothing
+// where they stand may come or go, and nothing else may differ.
+TEST(Layout, SameTextFormatTokens) {
+  struct Row {
+    const char* what;
+    std::string a, b;
+    bool same;
+  };
+  const Row rows[] = {
+      {"blanks and comments", "a: 1 b: 2", "a:1\n# note\nb:2  # more\n", true},
+      {"':' before a message", "a: { b: 1 }", "a { b: 1 }", true},
+      {"':' before a list of messages", "d: [{e: 1}, <e: 2>]", "d [{e: 1}, {e: 2}]", true},
+      {"'<' '>' for '{' '}'", "a < b: 1 >", "a { b: 1 }", true},
+      {"a ';' or ',' after a field", "a: 1; b: 2, c { d: 3; } e: X,", "a: 1 b: 2 c { d: 3 } e: X", true},
+      {"a sign apart from its number", "a: - 5", "a: -5", true},
+      {"':' before a scalar", "a: 1", "a 1", false},
+      {"':' before a list of scalars", "c: [1]", "c [1]", false},
+      {"':' inside a list", "d [{e: 1}]", "d [: {e: 1}]", false},
+      {"a list's own ','", "c: [A, B]", "c: [A B]", false},
+      {"two separators", "a: 1; b: 2", "a: 1;; b: 2", false},
+      {"a separator before a value", "e: X", "e: ; X", false},
+      {"a separator opening a block", "c { d: 1 }", "c { ; d: 1 }", false},
+      {"a separator between strings that join", "s: 'x' 'y'", "s: 'x'; 'y'", false},
+      {"brackets that do not pair", "a { b: 1 }", "a < b: 1 }", false},
+      {"an unclosed block", "a { b: 1 }", "a { b: 1 ", false},
+      {"a token split", "a: 12", "a: 1 2", false},
+      {"a suffix joined", "a: 1.5 f", "a: 1.5f", false},
+      {"another value", "a: FOO", "a: foo", false},
+      {"text the tokenizer rejects", "a: 1x", "a: 1x", false},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(pcfg::SameTextFormatTokens(row.a, row.b), row.same) << row.what;
+    EXPECT_EQ(pcfg::SameTextFormatTokens(row.b, row.a), row.same) << row.what << ", the other way";
+  }
+}
+
 TEST(Layout, RangeTakesTheStretchesThatTouchIt) {
   const std::string header = pcfg::kTextHeader;
   // Lines 1-2 are the header; the layout changes line 3, line 6, two of the blank lines 9-11 and
   // line 12, each a piece of its own.
-  const std::string in = header + "p {   id:   \"a\"\n}\nq {\n      id: \"b\"   # kept\n}\nr: 1\n\n\n\ns {id: \"c\"}\n";
+  const std::string in =
+      header + "p {   id:   \"a\"\n}\nq {\n      id: \"b\"   # kept\n}\nr: 1\n\n\n\ns {id: \"c\"}\n";
   const std::string a = "p {\n  id: \"a\"\n}\n", b = "q {\n  id: \"b\"  # kept\n}\n";
   const std::string a_in = "p {   id:   \"a\"\n}\n", b_in = "q {\n      id: \"b\"   # kept\n}\n";
   const std::string r_in = "r: 1\n\n\n\n", s_in = "s {id: \"c\"}\n", r = "r: 1\n\n", s = "s { id: \"c\" }\n";
@@ -202,7 +240,8 @@ TEST(Layout, RangeTakesTheStretchesThatTouchIt) {
   // Without the header, it is inserted before line 1: taken by a range from line 1 only.
   const std::string bare = "a:  1\nb:  2\n";
   const std::string bare_out = pcfg::LayOutText(SyntaxTree(bare));
-  EXPECT_EQ(pcfg::ApplyLineEdits(bare, pcfg::LayoutEditsWithin(bare, bare_out, 1, 1)), header + "a: 1\nb:  2\n");
+  EXPECT_EQ(pcfg::ApplyLineEdits(bare, pcfg::LayoutEditsWithin(bare, bare_out, 1, 1)),
+            header + "a: 1\nb:  2\n");
   EXPECT_EQ(pcfg::ApplyLineEdits(bare, pcfg::LayoutEditsWithin(bare, bare_out, 2, 2)), "a:  1\nb: 2\n");
   // A last line without its line break.
   EXPECT_EQ(pcfg::ApplyLineEdits("x: 1", {{2, 0, "y: 2\n"}}), "x: 1\ny: 2\n");

@@ -45,11 +45,12 @@ bool LoadAndLayOut(const std::string& input, const FmtOptions& options, LoadedCo
     load.on_read = [&](const std::string& raw, Format format) {
       if (format != Format::kText) return;
       // Either policy: where no thread can be had, the layout is worked out when it is asked for.
-      *layout =
-          std::async(std::launch::async | std::launch::deferred, [&options, file = DisplayName(input), raw] {
-            return options.lines.empty() ? LayOutAndReparse(file, raw)
-                                         : LayOutAndReparse(file, raw, options.first_line, options.last_line);
-          });
+      // RAW is LOADED's own text, which the parse only reads: no copy of it is needed.
+      *layout = std::async(std::launch::async | std::launch::deferred, [&options, file = DisplayName(input),
+                                                                        text = &raw] {
+        return options.lines.empty() ? LayOutAndReparse(file, *text)
+                                     : LayOutAndReparse(file, *text, options.first_line, options.last_line);
+      });
     };
   return LoadOrReport(input, load, loaded);
 }

@@ -334,7 +334,7 @@ const syntax::SyntaxTree& LoadedConfig::Syntax() const {
 void LoadedConfig::AddEnd(Location* location, std::string_view name, int index) const {
   if (node_at_token_.empty()) node_at_token_ = Syntax().OutermostNodeAtEachToken();
   const uint32_t offset = syntax_->OffsetAtTokenizerColumn(location->line, location->column);
-  const std::vector<syntax::Token>& tokens = syntax_->tokens();
+  const syntax::Tokens& tokens = syntax_->tokens();
   const auto token = std::lower_bound(tokens.begin(), tokens.end(), offset,
                                       [](const syntax::Token& t, size_t at) { return t.begin < at; });
   if (token == tokens.end() || token->begin != offset) return;
@@ -403,9 +403,10 @@ bool LoadConfig(const std::string& path, const LoadOptions& options, LoadedConfi
   }
   const Format chosen =
       options.format ? *options.format : (path == "-" ? options.stdin_format : FormatForPath(path));
-  if (options.on_read) options.on_read(raw, chosen);
+  loaded->raw = std::move(raw);
+  if (options.on_read) options.on_read(loaded->raw, chosen);
   const size_t reported = diagnostics->size();
-  if (ParseConfig(display_name, chosen, std::move(raw), loaded, diagnostics)) return true;
+  if (ParseLoaded(chosen, loaded, diagnostics)) return true;
   // A form taken by default may not be the one meant: say which it was and how to choose.
   if (!options.format && diagnostics->size() > reported) {
     const std::string why = path == "-"                 ? "standard input has no extension"

@@ -82,7 +82,8 @@ struct LoadOptions {
   Format stdin_format = Format::kBinary;  // standard input has no extension
   uint64_t max_bytes = kDefaultMaxInputBytes;
   // Called with the bytes read and the form they will be parsed as, before the parse: work on
-  // the text itself can then start beside the parse (pcfg fmt lays the text out meanwhile).
+  // the text itself can then start beside the parse (pcfg fmt lays the text out meanwhile). RAW
+  // is the LoadedConfig's own, unchanged by the parse, until the LoadedConfig goes or is reused.
   std::function<void(const std::string& raw, Format format)> on_read;
 };
 

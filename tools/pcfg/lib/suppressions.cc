@@ -43,7 +43,7 @@ bool Parse(std::string_view comment, Suppression* suppression) {
 }  // namespace
 
 std::vector<Suppression> FindSuppressions(const syntax::SyntaxTree& tree) {
-  const std::vector<Token>& tokens = tree.tokens();
+  const syntax::Tokens& tokens = tree.tokens();
   std::vector<int32_t> node_at;  // built for the first suppression on a line of its own
   std::vector<Suppression> found;
   for (size_t i = 0; i < tokens.size(); ++i) {

@@ -26,8 +26,8 @@ bool IsSymbol(char c) {
   }
 }
 
-std::vector<Token> Scan(std::string_view s) {
-  std::vector<Token> tokens;
+Tokens Scan(std::string_view s) {
+  Tokens tokens;
   tokens.reserve(s.size() / 4 + 1);
   size_t i = 0;
   const size_t n = s.size();
@@ -141,7 +141,6 @@ class Parser {
       tree_.nodes_[static_cast<size_t>(owner.last_child)].next_sibling = index;
     }
     owner.last_child = index;
-    ++owner.child_count;
     return index;
   }
   void AddError(int32_t parent, size_t first, size_t end) {
@@ -186,7 +185,6 @@ class Parser {
       ++pos_;
     }
     Node& node = tree_.nodes_[static_cast<size_t>(field)];
-    node.name_first = TokenAt(first);
     node.name_end = EndAt(pos_);
     if (PeekSymbol() == ':') {
       tree_.nodes_[static_cast<size_t>(field)].colon = true;
@@ -286,12 +284,12 @@ class Parser {
   }
 
   SyntaxTree& tree_;
-  std::vector<uint32_t> significant_;
+  LargeVector<uint32_t> significant_;
   size_t pos_ = 0;
   int depth_ = 0;
 };
 
-std::vector<Token> Tokenize(std::string_view source) { return Scan(source); }
+Tokens Tokenize(std::string_view source) { return Scan(source); }
 
 SyntaxTree::SyntaxTree(std::string_view source) : source_(source), tokens_(Scan(source)) {
   line_starts_.push_back(0);
@@ -323,7 +321,7 @@ std::string_view SyntaxTree::Text(uint32_t first, uint32_t end) const {
 
 std::string SyntaxTree::Name(const Node& field) const {
   std::string name;
-  for (uint32_t i = field.name_first; i < field.name_end; ++i)
+  for (uint32_t i = field.first; i < field.name_end; ++i)
     if (!tokens_[i].trivia()) name += Text(tokens_[i]);
   return name;
 }
@@ -385,12 +383,13 @@ uint32_t SyntaxTree::OffsetAtTokenizerColumn(int line, int column) const {
   const size_t lo = static_cast<size_t>(std::lower_bound(tabs_.begin(), tabs_.end(), start) - tabs_.begin());
   const size_t hi = static_cast<size_t>(std::lower_bound(tabs_.begin(), tabs_.end(), end) - tabs_.begin());
   // The last tab of the line whose column after it is at most TARGET, and the one after it.
-  const size_t k = static_cast<size_t>(
-      std::upper_bound(tab_columns_.begin() + static_cast<std::ptrdiff_t>(lo),
-                       tab_columns_.begin() + static_cast<std::ptrdiff_t>(hi), target) -
-      tab_columns_.begin());
-  uint64_t offset = k == lo ? uint64_t{start} + static_cast<uint64_t>(target)
-                            : uint64_t{tabs_[k - 1]} + 1 + static_cast<uint64_t>(target - tab_columns_[k - 1]);
+  const size_t k =
+      static_cast<size_t>(std::upper_bound(tab_columns_.begin() + static_cast<std::ptrdiff_t>(lo),
+                                           tab_columns_.begin() + static_cast<std::ptrdiff_t>(hi), target) -
+                          tab_columns_.begin());
+  uint64_t offset = k == lo
+                        ? uint64_t{start} + static_cast<uint64_t>(target)
+                        : uint64_t{tabs_[k - 1]} + 1 + static_cast<uint64_t>(target - tab_columns_[k - 1]);
   if (k < hi) offset = std::min<uint64_t>(offset, tabs_[k] + 1);  // TARGET falls inside that tab
   return static_cast<uint32_t>(std::min<uint64_t>(offset, end));
 }

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "large_allocator.h"
+
 namespace pcfg::syntax {
 
 enum class TokenKind : uint8_t {
@@ -43,23 +45,28 @@ enum class NodeKind : uint8_t {
 // that a node holds no allocation of its own.
 struct Node {
   NodeKind kind;
+  // A field: whether a ':' follows its name. A message or list: whether its closing bracket is there.
+  bool colon = false;
+  bool closed = true;
   uint32_t first = 0, end = 0;
   int32_t parent = -1;
   int32_t first_child = -1, last_child = -1, next_sibling = -1;
-  int32_t child_count = 0;
-  // A field: its name tokens [name_first, name_end) (an '[extension]' name spans several) and
-  // whether a ':' follows. A message or list: whether its closing bracket is there.
-  uint32_t name_first = 0, name_end = 0;
-  bool colon = false;
-  bool closed = true;
+  // A field: the end of its name's tokens, which start at FIRST (an '[extension]' name spans several).
+  uint32_t name_end = 0;
 };
+// Kept small: a 6 MB configuration has nearly half a million nodes.
+static_assert(sizeof(Node) == 32);
+
+// A tree's buffers grow with the input: huge pages spare them most of their first-touch faults.
+using Tokens = LargeVector<Token>;
+using Nodes = LargeVector<Node>;
 
 // The children of a node, for range-based for loops: each is a node index.
 class Children {
  public:
   class Iterator {
    public:
-    Iterator(const std::vector<Node>* nodes, int32_t at) : nodes_(nodes), at_(at) {}
+    Iterator(const Nodes* nodes, int32_t at) : nodes_(nodes), at_(at) {}
     int32_t operator*() const { return at_; }
     Iterator& operator++() {
       at_ = (*nodes_)[static_cast<size_t>(at_)].next_sibling;
@@ -68,20 +75,20 @@ class Children {
     bool operator!=(const Iterator& other) const { return at_ != other.at_; }
 
    private:
-    const std::vector<Node>* nodes_;
+    const Nodes* nodes_;
     int32_t at_;
   };
-  Children(const std::vector<Node>& nodes, const Node& node) : nodes_(&nodes), first_(node.first_child) {}
+  Children(const Nodes& nodes, const Node& node) : nodes_(&nodes), first_(node.first_child) {}
   Iterator begin() const { return {nodes_, first_}; }
   Iterator end() const { return {nodes_, -1}; }
 
  private:
-  const std::vector<Node>* nodes_;
+  const Nodes* nodes_;
   int32_t first_;
 };
 
 // The tokens of SOURCE alone, trivia included, without building a tree.
-std::vector<Token> Tokenize(std::string_view source);
+Tokens Tokenize(std::string_view source);
 
 struct TextPosition {
   int line = 1;          // 1-based
@@ -95,8 +102,8 @@ class SyntaxTree {
   explicit SyntaxTree(std::string_view source);
 
   std::string_view source() const { return source_; }
-  const std::vector<Token>& tokens() const { return tokens_; }
-  const std::vector<Node>& nodes() const { return nodes_; }
+  const Tokens& tokens() const { return tokens_; }
+  const Nodes& nodes() const { return nodes_; }
   const Node& root() const { return nodes_[0]; }
   const Node& node(int32_t index) const { return nodes_[static_cast<size_t>(index)]; }
   Children ChildrenOf(const Node& node) const { return Children(nodes_, node); }
@@ -135,8 +142,8 @@ class SyntaxTree {
 
  private:
   std::string_view source_;
-  std::vector<Token> tokens_;
-  std::vector<Node> nodes_;
+  Tokens tokens_;
+  Nodes nodes_;
   std::vector<uint32_t> line_starts_;
   // Where columns stop being bytes: continuation bytes of UTF-8 (no UTF-16 unit of their own),
   // four-byte leads (two units), and tabs with the tokenizer's column after each.

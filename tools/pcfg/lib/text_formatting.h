@@ -1,20 +1,24 @@
 // Laying out a text configuration as written, and the proof that the layout is safe to use: the
-// result must mean what the text means, byte for byte on the wire, and hold the same comments in
-// the same order. pcfg fmt and the language server's formatting both go through here.
+// result must mean what the text means, and hold the same comments in the same order. pcfg fmt
+// and the language server's formatting both go through here.
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "config.h"
 
 namespace pcfg {
 
-// A text laid out (whole, or only what touches some lines), with what is needed to check it: the
-// layout's own parse and comments, and the comments of the text as written.
+// A text laid out (whole, or only what touches some lines), with what is needed to check it.
 struct TextLayoutResult {
   bool tree_errors = false;  // the text could not be read as written; nothing laid out
   std::string formatted;
+  // Protobuf's tokenizer reads the same tokens in both texts, but for separators that mean
+  // nothing where they stand: the two parse to the same message, whatever it is.
+  bool same_tokens = false;
+  // Otherwise the layout was parsed on its own, and its wire bytes are here to compare.
   bool formatted_parsed = false;
   std::string formatted_wire;
   std::vector<std::string> written_comments, kept_comments;
@@ -25,6 +29,12 @@ struct TextLayoutResult {
 // Needs no parse of RAW, so that it can run beside one.
 TextLayoutResult LayOutAndReparse(const std::string& file, const std::string& raw, int first_line = 0,
                                   int last_line = 0);
+
+// Whether TextFormat's parser, which reads nothing but the tokens protobuf's tokenizer gives,
+// reads A and B alike: the same tokens, but that '<' '>' may stand for '{' '}', a ':' may stand
+// before a message or a list of messages or not, and one ';' or ',' may end a field or not.
+// False also when either text does not tokenize cleanly or its brackets do not pair up.
+bool SameTextFormatTokens(std::string_view a, std::string_view b);
 
 enum class LayoutFault { kNone, kUnreadable, kMeaning, kComment };
 

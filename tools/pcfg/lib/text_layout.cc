@@ -49,6 +49,9 @@ class Layout {
 
   std::string Run() {
     const Node& root = tree_.root();
+    // Room for the layout's usual growth (indents): no copying as it grows. Pages not written
+    // cost nothing.
+    out_.reserve(tree_.source().size() + tree_.source().size() / 2 + 4096);
     if (!TextStartsWithHeader(tree_)) out_ += kTextHeader;
     Block(root, 0, static_cast<uint32_t>(tokens_.size()));
     Break();
@@ -287,7 +290,7 @@ class Layout {
   }
 
   const SyntaxTree& tree_;
-  const std::vector<Token>& tokens_;
+  const syntax::Tokens& tokens_;
   std::string out_;
   int indent_ = 0;
   size_t column_ = 0;
@@ -457,8 +460,8 @@ std::string Content(const std::vector<std::string_view>& lines) {
 // A stretch of changed lines, REMOVED (from the source, the first at line FIRST) replaced by
 // ADDED, cut where both sides have given the same content so far: each piece can be taken or left
 // on its own. A header put before everything is a piece of its own.
-void CutStretch(int first, const std::vector<std::string_view>& removed, const std::vector<std::string_view>& added,
-                std::vector<LineEdit>* pieces) {
+void CutStretch(int first, const std::vector<std::string_view>& removed,
+                const std::vector<std::string_view>& added, std::vector<LineEdit>* pieces) {
   const auto piece = [&](int at, size_t i0, size_t i1, size_t j0, size_t j1) {
     LineEdit edit;
     edit.first_line = at;
@@ -554,10 +557,30 @@ std::vector<std::string> CommentsOf(const SyntaxTree& tree) {
 }
 
 std::vector<std::string> CommentsOf(std::string_view text) {
+  // As the syntax tree reads them, without its tokens: no other token holds a '#' or a quote, so
+  // only strings (which end at their quote or their line) need reading through.
   std::vector<std::string> comments;
-  for (const Token& token : syntax::Tokenize(text))
-    if (token.kind == TokenKind::kComment)
-      comments.emplace_back(TrimRight(text.substr(token.begin, token.end - token.begin)));
+  const size_t n = text.size();
+  size_t i = 0;
+  while (i < n) {
+    const size_t at = text.find_first_of("#\"'", i);
+    if (at == std::string_view::npos) break;
+    if (text[at] == '#') {
+      const size_t end = std::min(text.find('\n', at), n);
+      comments.emplace_back(TrimRight(text.substr(at, end - at)));
+      i = end;
+      continue;
+    }
+    const char quote = text[at];
+    i = at + 1;
+    while (i < n && text[i] != '\n') {
+      if (text[i] == '\\' && i + 1 < n && text[i + 1] != '\n') {
+        i += 2;
+      } else if (text[i++] == quote) {
+        break;
+      }
+    }
+  }
   return comments;
 }
 

@@ -46,7 +46,7 @@ std::pair<uint32_t, uint32_t> Analysis::Span(const Diagnostic& diagnostic) const
     if (end >= begin) return {begin, end};
   }
   // The token that starts there, or the rest of a blank stretch up to the line's end.
-  const std::vector<syntax::Token>& tokens = syntax.tokens();
+  const syntax::Tokens& tokens = syntax.tokens();
   const auto token = std::upper_bound(tokens.begin(), tokens.end(), begin,
                                       [](uint32_t at, const syntax::Token& t) { return at < t.end; });
   if (token == tokens.end()) return {begin, begin};

@@ -51,7 +51,7 @@ const gp::Descriptor* MessageTypeOf(const std::vector<std::string>& names) {
 
 // The innermost message (or the document) whose braces hold byte OFFSET.
 int32_t MessageAt(const SyntaxTree& tree, uint32_t offset) {
-  const std::vector<Token>& tokens = tree.tokens();
+  const syntax::Tokens& tokens = tree.tokens();
   int32_t at = 0;
   for (bool deeper = true; deeper;) {
     deeper = false;
@@ -76,7 +76,7 @@ int32_t MessageAt(const SyntaxTree& tree, uint32_t offset) {
 
 // The significant token that ends at or holds byte OFFSET - 1 ... the one before OFFSET.
 long TokenBefore(const SyntaxTree& tree, uint32_t offset) {
-  const std::vector<Token>& tokens = tree.tokens();
+  const syntax::Tokens& tokens = tree.tokens();
   auto it = std::lower_bound(tokens.begin(), tokens.end(), offset,
                              [](const Token& t, uint32_t at) { return t.end < at; });
   long i = static_cast<long>(it - tokens.begin());
@@ -194,7 +194,7 @@ std::string EnumValueNote(const gp::EnumValueDescriptor* value) {
 int32_t FieldNodeNamedBy(const SyntaxTree& tree, long name_token) {
   for (size_t i = 1; i < tree.nodes().size(); ++i) {
     const Node& node = tree.nodes()[i];
-    if (node.kind == NodeKind::kField && node.name_first <= static_cast<uint32_t>(name_token) &&
+    if (node.kind == NodeKind::kField && node.first <= static_cast<uint32_t>(name_token) &&
         static_cast<uint32_t>(name_token) < node.name_end)
       return static_cast<int32_t>(i);
   }
@@ -235,7 +235,7 @@ std::string IdNote(const Analysis& analysis, const IdOccurrence& at) {
 
 const gp::FieldDescriptor* FieldAt(const Analysis& analysis, uint32_t offset) {
   const SyntaxTree& tree = analysis.tree();
-  const std::vector<Token>& tokens = tree.tokens();
+  const syntax::Tokens& tokens = tree.tokens();
   int32_t innermost = -1;
   for (size_t n = 1; n < tree.nodes().size(); ++n) {
     const Node& node = tree.nodes()[n];
@@ -259,7 +259,7 @@ HoverNote HoverAt(const Analysis& analysis, uint32_t offset) {
     return hover;
   }
   const SyntaxTree& tree = analysis.tree();
-  const std::vector<Token>& tokens = tree.tokens();
+  const syntax::Tokens& tokens = tree.tokens();
   const long i = TokenBefore(tree, offset + 1);
   if (i < 0 || tokens[static_cast<size_t>(i)].kind != TokenKind::kIdentifier ||
       tokens[static_cast<size_t>(i)].end < offset)
@@ -299,7 +299,7 @@ HoverNote HoverAt(const Analysis& analysis, uint32_t offset) {
 
 std::vector<Completion> CompleteAt(const Analysis& analysis, uint32_t offset, bool snippets) {
   const SyntaxTree& tree = analysis.tree();
-  const std::vector<Token>& tokens = tree.tokens();
+  const syntax::Tokens& tokens = tree.tokens();
   std::vector<Completion> items;
   // What is typed so far: an identifier or a string that reaches the cursor, or a string the
   // cursor is in (even one left open); either is replaced whole. A string that starts at the
@@ -398,7 +398,7 @@ std::vector<Completion> CompleteAt(const Analysis& analysis, uint32_t offset, bo
     const Node& node = tree.node(child);
     if (node.kind != NodeKind::kField) continue;
     // The field being typed at the cursor does not count as set.
-    if (tokens[node.name_first].begin == replace_begin && node.name_end == node.name_first + 1) continue;
+    if (tokens[node.first].begin == replace_begin && node.name_end == node.first + 1) continue;
     const std::string name = tree.Name(node);
     set.insert(name);
     if (const gp::FieldDescriptor* field = type->FindFieldByName(name))
