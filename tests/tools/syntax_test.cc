@@ -5,6 +5,7 @@
 #include <string>
 
 #include "formats.h"
+#include "parse_in_two.h"
 #include "pcfg_test_support.h"
 #include "syntax_tree.h"
 #include "text_formatting.h"
@@ -206,6 +207,21 @@ TEST(Layout, SameTextFormatTokens) {
     EXPECT_EQ(pcfg::SameTextFormatTokens(row.a, row.b), row.same) << row.what;
     EXPECT_EQ(pcfg::SameTextFormatTokens(row.b, row.a), row.same) << row.what << ", the other way";
   }
+}
+
+// A large text is proven in two halves, cut where a field of the root starts a line in both
+// texts; a text laid out already needs no proof at all.
+TEST(Layout, LargeTextsAreProvenInHalves) {
+  std::string text;
+  for (int i = 0; text.size() < pcfg::kSmallestInputWorthCutting * 2; ++i)
+    text += "peripherals < id: \"p" + std::to_string(i) + "\" type: PERIPHERAL_TYPE_CAMERA >;\n";
+  const pcfg::TextLayoutResult layout = pcfg::LayOutAndReparse("big.txtpb", text);
+  EXPECT_TRUE(layout.same_tokens);
+  EXPECT_FALSE(layout.formatted_parsed) << "proven by its tokens, not parsed again";
+  EXPECT_EQ(layout.formatted.find_first_of("<>;"), std::string::npos);
+  const pcfg::TextLayoutResult again = pcfg::LayOutAndReparse("big.txtpb", layout.formatted);
+  EXPECT_TRUE(again.same_tokens);
+  EXPECT_EQ(again.formatted, layout.formatted);
 }
 
 TEST(Layout, RangeTakesTheStretchesThatTouchIt) {

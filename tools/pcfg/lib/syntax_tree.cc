@@ -90,7 +90,8 @@ Tokens Scan(std::string_view s) {
 class Parser {
  public:
   explicit Parser(SyntaxTree& tree) : tree_(tree) {
-    significant_.reserve(tree.tokens_.size() / 2 + 1);
+    // Room for every token: only the pages written cost anything.
+    significant_.reserve(tree.tokens_.size());
     for (uint32_t i = 0; i < tree.tokens_.size(); ++i)
       if (!tree.tokens_[i].trivia()) significant_.push_back(i);
   }

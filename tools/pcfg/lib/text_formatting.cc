@@ -6,9 +6,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <future>
 
 #include "formats.h"
 #include "loader.h"
+#include "parse_in_two.h"
 #include "syntax_tree.h"
 #include "text_layout.h"
 
@@ -27,32 +29,44 @@ class FaultFlag : public io::ErrorCollector {
 // separators that mean nothing where they stand, and with '<' '>' read as '{' '}'.
 class ParserTokens {
  public:
-  explicit ParserTokens(std::string_view text)
-      : input_(text.data(), static_cast<int>(text.size())), tokenizer_(&input_, &faults_) {
+  // With FIELD_FIRST, TEXT must open with a field's name: it is the rest of a text from where a
+  // field of the root starts.
+  ParserTokens(std::string_view text, bool field_first)
+      : input_(text.data(), static_cast<int>(text.size())),
+        tokenizer_(&input_, &faults_),
+        field_first_(field_first) {
     tokenizer_.set_allow_f_after_float(true);
     tokenizer_.set_comment_style(io::Tokenizer::SH_COMMENT_STYLE);
   }
 
-  // The next token that counts; false at the end of the text, or at a fault (see ok()).
-  bool Next(io::Tokenizer::TokenType* type, std::string* text) {
+  // The next token that counts; false at the end of the text, or at a fault (see ok()). *TEXT
+  // holds until the next call.
+  bool Next(io::Tokenizer::TokenType* type, const std::string** text) {
     for (;;) {
-      while (count_ < kWindow && !exhausted_) Pull();
+      while (count_ < kAhead && !exhausted_) Pull();
       if (count_ == 0) {
         unpaired_ = unpaired_ || !open_.empty();
         return false;
       }
-      Token& token = window_[head_];
+      const Token& token = Ahead(0);
       const bool optional = Optional(token);
       if (token.type == io::Tokenizer::TYPE_SYMBOL && !Bracket(token.text)) {
         unpaired_ = true;
         return false;
       }
-      std::swap(previous_, token);
-      head_ = (head_ + 1) % kWindow;
+      // The token at hand becomes the previous one, in place.
+      previous_ = head_;
+      head_ = (head_ + 1) % kRing;
       --count_;
       if (optional) continue;
-      *type = previous_.type;
-      *text = previous_.text == "<" ? "{" : previous_.text == ">" ? "}" : previous_.text;
+      if (field_first_ && token.type != io::Tokenizer::TYPE_IDENTIFIER) {
+        unpaired_ = true;
+        return false;
+      }
+      field_first_ = false;
+      *type = token.type;
+      static const std::string kOpen = "{", kClose = "}";
+      *text = Is(token, '<') ? &kOpen : Is(token, '>') ? &kClose : &token.text;
       return true;
     }
   }
@@ -64,45 +78,51 @@ class ParserTokens {
     io::Tokenizer::TokenType type = io::Tokenizer::TYPE_START;
     std::string text;
   };
-  static constexpr size_t kWindow = 3;  // the token at hand and the two after it
+  // A ring of tokens: the previous one, the one at hand and the two after it.
+  static constexpr size_t kAhead = 3, kRing = 4;
 
   void Pull() {
     if (!tokenizer_.Next()) {
       exhausted_ = true;
       return;
     }
-    Token& slot = window_[(head_ + count_) % kWindow];
+    Token& slot = ring_[(head_ + count_) % kRing];
     slot.type = tokenizer_.current().type;
     slot.text = tokenizer_.current().text;
     ++count_;
   }
 
-  // The token AHEAD places after the one at hand, or an empty one past the end.
+  // The token AHEAD places after the one at hand (0: that one), or an empty one past the end.
   const Token& Ahead(size_t ahead) const {
     static const Token kNone;
-    return ahead < count_ ? window_[(head_ + ahead) % kWindow] : kNone;
+    return ahead < count_ ? ring_[(head_ + ahead) % kRing] : kNone;
   }
-  static bool Is(const Token& token, const char* symbol) {
-    return token.type == io::Tokenizer::TYPE_SYMBOL && token.text == symbol;
+  const Token& Previous() const {
+    static const Token kNone;
+    return previous_ < kRing ? ring_[previous_] : kNone;
   }
-  static bool OpensMessage(const Token& token) { return Is(token, "{") || Is(token, "<"); }
+  static bool Is(const Token& token, char symbol) {
+    return token.type == io::Tokenizer::TYPE_SYMBOL && token.text.size() == 1 && token.text[0] == symbol;
+  }
+  static bool OpensMessage(const Token& token) { return Is(token, '{') || Is(token, '<'); }
 
   // Whether TOKEN, between the token before it and those after it, may be there or not with the
   // same meaning: a ':' between a field's name and a message or a list of messages, or one ';'
   // or ',' between a field's value and the next field or the end of its block.
   bool Optional(const Token& token) const {
+    const Token& previous = Previous();
     const Token& next = Ahead(1);
-    if (Is(token, ":"))
-      return (previous_.type == io::Tokenizer::TYPE_IDENTIFIER || Is(previous_, "]")) &&
-             (OpensMessage(next) || (Is(next, "[") && OpensMessage(Ahead(2))));
-    if (!Is(token, ";") && !Is(token, ",")) return false;
+    if (Is(token, ':'))
+      return (previous.type == io::Tokenizer::TYPE_IDENTIFIER || Is(previous, ']')) &&
+             (OpensMessage(next) || (Is(next, '[') && OpensMessage(Ahead(2))));
+    if (!Is(token, ';') && !Is(token, ',')) return false;
     if (!open_.empty() && open_.back() == '[') return false;  // a list's own ','
     const bool value_ended =
-        previous_.type == io::Tokenizer::TYPE_IDENTIFIER || previous_.type == io::Tokenizer::TYPE_INTEGER ||
-        previous_.type == io::Tokenizer::TYPE_FLOAT || previous_.type == io::Tokenizer::TYPE_STRING ||
-        Is(previous_, "}") || Is(previous_, ">") || Is(previous_, "]");
+        previous.type == io::Tokenizer::TYPE_IDENTIFIER || previous.type == io::Tokenizer::TYPE_INTEGER ||
+        previous.type == io::Tokenizer::TYPE_FLOAT || previous.type == io::Tokenizer::TYPE_STRING ||
+        Is(previous, '}') || Is(previous, '>') || Is(previous, ']');
     return value_ended && (next.type == io::Tokenizer::TYPE_START ||
-                           next.type == io::Tokenizer::TYPE_IDENTIFIER || Is(next, "}") || Is(next, ">"));
+                           next.type == io::Tokenizer::TYPE_IDENTIFIER || Is(next, '}') || Is(next, '>'));
   }
 
   // Keeps count of open brackets; false for a closer that does not match its opener.
@@ -123,27 +143,60 @@ class ParserTokens {
   FaultFlag faults_;
   io::ArrayInputStream input_;
   io::Tokenizer tokenizer_;
-  std::array<Token, kWindow> window_;
+  std::array<Token, kRing> ring_;
   size_t head_ = 0, count_ = 0;
+  size_t previous_ = kRing;  // the last token read, whether it counts or not; none yet
+  bool field_first_;
   bool exhausted_ = false, unpaired_ = false;
-  Token previous_;  // the last token read, whether it counts or not
   std::string open_;
 };
 
-}  // namespace
-
-bool SameTextFormatTokens(std::string_view a, std::string_view b) {
+// Whether A and B read alike; with FIELD_FIRST both must open with a field's name.
+bool SameTokens(std::string_view a, std::string_view b, bool field_first) {
   if (a.size() > INT32_MAX || b.size() > INT32_MAX) return false;
-  ParserTokens left(a), right(b);
+  ParserTokens left(a, field_first), right(b, field_first);
   io::Tokenizer::TokenType left_type, right_type;
-  std::string left_text, right_text;
+  const std::string *left_text, *right_text;
   for (;;) {
     const bool more = left.Next(&left_type, &left_text);
     if (more != right.Next(&right_type, &right_text)) return false;
     if (!more) return left.ok() && right.ok();
-    if (left_type != right_type || left_text != right_text) return false;
+    if (left_type != right_type || *left_text != *right_text) return false;
   }
 }
+
+// SameTextFormatTokens on two threads for a large text: both texts are cut where the same field of
+// the root starts a line (in the text as written, the first past the middle that does), and
+// each pair of halves is matched on its own. In text that tokenizes cleanly every line start is a
+// token boundary; and as the second halves must open with a field's name, whatever ends a first
+// half is read as it is read whole.
+bool SameTokensInTwo(const syntax::SyntaxTree& tree, std::string_view raw, std::string_view formatted,
+                     const std::vector<size_t>& root_lines) {
+  if (raw.size() < kSmallestInputWorthCutting || root_lines.size() < 2)
+    return SameTextFormatTokens(raw, formatted);
+  size_t index = 0, raw_cut = 0, formatted_cut = 0;
+  for (const int32_t child : tree.ChildrenOf(tree.root())) {
+    if (index++ >= root_lines.size()) break;
+    const uint32_t begin = tree.tokens()[tree.node(child).first].begin;
+    if (begin < raw.size() / 2) continue;
+    const size_t line_start =
+        raw.rfind('\n', begin) == std::string_view::npos ? 0 : raw.rfind('\n', begin) + 1;
+    if (raw.find_first_not_of(" \t\r\v\f", line_start) != begin) continue;
+    raw_cut = line_start;
+    formatted_cut = root_lines[index - 1];
+    break;
+  }
+  if (raw_cut == 0 || formatted_cut == 0) return SameTextFormatTokens(raw, formatted);
+  std::future<bool> second = std::async(std::launch::async | std::launch::deferred, [&] {
+    return SameTokens(raw.substr(raw_cut), formatted.substr(formatted_cut), true);
+  });
+  const bool first = SameTokens(raw.substr(0, raw_cut), formatted.substr(0, formatted_cut), false);
+  return second.get() && first;
+}
+
+}  // namespace
+
+bool SameTextFormatTokens(std::string_view a, std::string_view b) { return SameTokens(a, b, false); }
 
 TextLayoutResult LayOutAndReparse(const std::string& file, const std::string& raw, int first_line,
                                   int last_line) {
@@ -153,10 +206,24 @@ TextLayoutResult LayOutAndReparse(const std::string& file, const std::string& ra
     layout.tree_errors = true;
     return layout;
   }
-  layout.formatted = LayOutText(tree);
-  if (first_line > 0)
+  std::vector<size_t> root_lines;
+  layout.formatted = LayOutText(tree, &root_lines);
+  if (first_line > 0) {
     layout.formatted = ApplyLineEdits(raw, LayoutEditsWithin(raw, layout.formatted, first_line, last_line));
-  layout.same_tokens = SameTextFormatTokens(raw, layout.formatted);
+    root_lines.clear();  // they were lines of the whole layout
+  }
+  layout.written_comments = CommentsOf(tree);
+  if (layout.formatted == raw) {
+    // Formatted already: the same bytes mean the same, with the same comments.
+    layout.same_tokens = true;
+    layout.kept_comments = layout.written_comments;
+    return layout;
+  }
+  // The layout's comments are found meanwhile.
+  std::future<std::vector<std::string>> kept = std::async(std::launch::async | std::launch::deferred,
+                                                          [&layout] { return CommentsOf(layout.formatted); });
+  layout.same_tokens = SameTokensInTwo(tree, raw, layout.formatted, root_lines);
+  layout.kept_comments = kept.get();
   if (!layout.same_tokens) {
     // Tokens the proof above cannot match: the plain way, the layout's own parse.
     LoadedConfig again;
@@ -164,8 +231,6 @@ TextLayoutResult LayOutAndReparse(const std::string& file, const std::string& ra
     layout.formatted_parsed = ParseConfig(file, Format::kText, layout.formatted, &again, &diagnostics) &&
                               again.config.SerializeToString(&layout.formatted_wire);
   }
-  layout.kept_comments = CommentsOf(layout.formatted);
-  layout.written_comments = CommentsOf(tree);
   for (const syntax::Token& token : tree.tokens())
     if (token.kind == syntax::TokenKind::kComment)
       layout.written_comment_lines.push_back(tree.Position(token.begin).line);

@@ -45,7 +45,8 @@ struct Gap {
 
 class Layout {
  public:
-  explicit Layout(const SyntaxTree& tree) : tree_(tree), tokens_(tree.tokens()) {}
+  Layout(const SyntaxTree& tree, std::vector<size_t>* root_lines)
+      : tree_(tree), tokens_(tree.tokens()), root_lines_(root_lines) {}
 
   std::string Run() {
     const Node& root = tree_.root();
@@ -126,6 +127,7 @@ class Layout {
       Comments(gap);
       if (gap.newlines_after >= 2) BlankLine();
       StartLine();
+      if (root_lines_ != nullptr && &block == &tree_.root()) root_lines_->push_back(out_.size());
       Field(field);
       // Comments between the value and a ';' or ',' after it, which the layout drops.
       if (const Node* value = ValueOf(field)) Comments(GapBetween(value->end, field.end));
@@ -291,6 +293,7 @@ class Layout {
 
   const SyntaxTree& tree_;
   const syntax::Tokens& tokens_;
+  std::vector<size_t>* root_lines_;
   std::string out_;
   int indent_ = 0;
   size_t column_ = 0;
@@ -300,7 +303,10 @@ class Layout {
 
 }  // namespace
 
-std::string LayOutText(const SyntaxTree& tree) { return Layout(tree).Run(); }
+std::string LayOutText(const SyntaxTree& tree, std::vector<size_t>* root_lines) {
+  if (root_lines != nullptr) root_lines->clear();
+  return Layout(tree, root_lines).Run();
+}
 
 bool TextStartsWithHeader(const SyntaxTree& tree) {
   for (const Token& token : tree.tokens()) {

@@ -16,8 +16,9 @@ namespace pcfg {
 constexpr size_t kLayoutWidth = 100;
 
 // TREE's text laid out; TREE must have no errors. The proto-file / proto-message header comes
-// first, added when the text does not start with it.
-std::string LayOutText(const syntax::SyntaxTree& tree);
+// first, added when the text does not start with it. ROOT_LINES, when given, receives where the
+// line of each field of the root starts in the result, in the order of the root's fields.
+std::string LayOutText(const syntax::SyntaxTree& tree, std::vector<size_t>* root_lines = nullptr);
 
 // Whether TREE's text opens with a proto-file / proto-message header line, which LayOutText
 // then keeps rather than adds.
@@ -38,7 +39,8 @@ struct LineEdit {
 // The edits that turn SOURCE into LAID_OUT (its LayOutText), keeping only those that touch lines
 // FIRST to LAST (1-based, inclusive) of SOURCE: range formatting, as editors ask for it. Each edit
 // is one stretch of changed lines between unchanged ones; a stretch is taken whole or not at all.
-std::vector<LineEdit> LayoutEditsWithin(std::string_view source, const std::string& laid_out, int first, int last);
+std::vector<LineEdit> LayoutEditsWithin(std::string_view source, const std::string& laid_out, int first,
+                                        int last);
 
 // SOURCE with EDITS (in order, not overlapping) made.
 std::string ApplyLineEdits(std::string_view source, const std::vector<LineEdit>& edits);
