@@ -7,8 +7,22 @@
 
 namespace pcfg::lsp {
 
-Analysis::Analysis(const std::string& file, const std::string& text, uint64_t max_bytes) {
+Analysis::Analysis(const std::string& file, const std::string& text, uint64_t max_bytes)
+    : Analysis(file, std::string(text), max_bytes) {}
+
+Analysis::Analysis(const std::string& file, std::string&& text, uint64_t max_bytes) {
+  loaded_.raw = std::move(text);
+  try {
+    Work(file, max_bytes);
+  } catch (...) {
+    text = TakeText();
+    throw;
+  }
+}
+
+void Analysis::Work(const std::string& file, uint64_t max_bytes) {
   loaded_.file = file;
+  const std::string& text = loaded_.raw;
   if (text.size() > max_bytes) {
     Diagnostic too_large;
     too_large.file = file;
@@ -17,10 +31,11 @@ Analysis::Analysis(const std::string& file, const std::string& text, uint64_t ma
     too_large.message = "the document is " + std::to_string(text.size()) + " bytes, over the " +
                         std::to_string(max_bytes) + " that pcfg reads; it is not checked";
     diagnostics_.push_back(std::move(too_large));
+    unread_ = std::move(loaded_.raw);
+    loaded_.raw.clear();
     ids_ = std::make_unique<IdIndex>(tree());
     return;
   }
-  loaded_.raw = text;
   // The syntax tree and protobuf's parse read the same bytes and share nothing else: the tree is
   // built on a second thread meanwhile (where none can be had, here, after the parse).
   std::future<std::unique_ptr<syntax::SyntaxTree>> built =

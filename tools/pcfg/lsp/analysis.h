@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,9 +20,14 @@ class Analysis {
   // FILE names the document in messages; TEXT is copied. A text over MAX_BYTES (pcfg's input
   // limit) is not read at all: one diagnostic says so, and requests find nothing in it.
   Analysis(const std::string& file, const std::string& text, uint64_t max_bytes = kDefaultMaxInputBytes);
+  // The same, keeping TEXT itself rather than a copy: a large document is then held once. Should
+  // the work throw, TEXT is given back before the exception leaves.
+  Analysis(const std::string& file, std::string&& text, uint64_t max_bytes = kDefaultMaxInputBytes);
 
   const LoadedConfig& loaded() const { return loaded_; }
-  const std::string& text() const { return loaded_.raw; }
+  const std::string& text() const { return unread_ ? *unread_ : loaded_.raw; }
+  // The text, given back to whoever lent it; nothing of the analysis may be used after.
+  std::string TakeText() { return std::move(unread_ ? *unread_ : loaded_.raw); }
   const syntax::SyntaxTree& tree() const { return loaded_.Syntax(); }
   const IdIndex& ids() const { return *ids_; }
   bool parsed() const { return parsed_; }
@@ -33,7 +39,10 @@ class Analysis {
   std::pair<uint32_t, uint32_t> Span(const Diagnostic& diagnostic) const;
 
  private:
+  void Work(const std::string& file, uint64_t max_bytes);
+
   LoadedConfig loaded_;
+  std::optional<std::string> unread_;  // the text, when over the limit: loaded_ then holds none
   bool parsed_ = false;
   std::vector<Diagnostic> diagnostics_;
   std::unique_ptr<IdIndex> ids_;

@@ -1,6 +1,7 @@
 #include "document.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace pcfg::lsp {
 
@@ -24,12 +25,12 @@ void Document::IndexLines() {
 
 uint32_t Document::Offset(Position position, PositionEncoding encoding) const {
   if (position.line < 0) return 0;
-  if (static_cast<size_t>(position.line) >= line_starts_.size()) return static_cast<uint32_t>(text_.size());
+  if (static_cast<size_t>(position.line) >= line_starts_.size()) return static_cast<uint32_t>(text().size());
   const uint32_t start = line_starts_[static_cast<size_t>(position.line)];
   uint32_t end = static_cast<size_t>(position.line) + 1 < line_starts_.size()
                      ? line_starts_[static_cast<size_t>(position.line) + 1] - 1
-                     : static_cast<uint32_t>(text_.size());
-  if (end > start && text_[end - 1] == '\r') --end;
+                     : static_cast<uint32_t>(text().size());
+  if (end > start && text()[end - 1] == '\r') --end;
   if (encoding == PositionEncoding::kUtf8)
     return std::min<uint32_t>(start + static_cast<uint32_t>(std::max(position.character, 0)), end);
   // Characters in UTF-16 units: one per UTF-8 sequence, two for a sequence of four bytes. A
@@ -37,7 +38,7 @@ uint32_t Document::Offset(Position position, PositionEncoding encoding) const {
   int units = 0;
   uint32_t at = start;
   while (at < end && units < position.character) {
-    const unsigned char lead = static_cast<unsigned char>(text_[at]);
+    const unsigned char lead = static_cast<unsigned char>(text()[at]);
     const uint32_t length = lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
     const int width = length == 4 ? 2 : 1;
     if (units + width > position.character) break;
@@ -48,7 +49,7 @@ uint32_t Document::Offset(Position position, PositionEncoding encoding) const {
 }
 
 Position Document::PositionOf(uint32_t offset, PositionEncoding encoding) const {
-  offset = std::min<uint32_t>(offset, static_cast<uint32_t>(text_.size()));
+  offset = std::min<uint32_t>(offset, static_cast<uint32_t>(text().size()));
   const auto after = std::upper_bound(line_starts_.begin(), line_starts_.end(), offset);
   const uint32_t start = *(after - 1);
   Position position;
@@ -66,6 +67,8 @@ Position Document::PositionOf(uint32_t offset, PositionEncoding encoding) const 
 }
 
 bool Document::Change(const std::optional<Range>& range, const std::string& text, PositionEncoding encoding) {
+  // A lent text changes only once it is back: the analysis of the old one still reads it.
+  if (borrowed_ != nullptr) throw std::logic_error("a document changed while its text is lent");
   if (!range) {
     text_ = text;
   } else {

@@ -25,7 +25,7 @@ class Document {
   Document(std::string uri, std::string text, int version);
 
   const std::string& uri() const { return uri_; }
-  const std::string& text() const { return text_; }
+  const std::string& text() const { return borrowed_ != nullptr ? *borrowed_ : text_; }
   int version() const { return version_; }
 
   // The byte at POSITION: a position past the end of its line stands at the line's end, one past
@@ -40,10 +40,20 @@ class Document {
   bool Change(const std::optional<Range>& range, const std::string& text, PositionEncoding encoding);
   void set_version(int version) { version_ = version; }
 
+  // The text handed over to whoever analyses it, so that a large document is held once: read
+  // meanwhile at *HOLDER (see Borrow), and given back (Reclaim) before it changes.
+  std::string Lend() { return std::move(text_); }
+  void Borrow(const std::string* holder) { borrowed_ = holder; }
+  void Reclaim(std::string text) {
+    text_ = std::move(text);
+    borrowed_ = nullptr;
+  }
+
  private:
   void IndexLines();
   std::string uri_;
   std::string text_;
+  const std::string* borrowed_ = nullptr;
   int version_;
   std::vector<uint32_t> line_starts_;
   // UTF-8 continuation bytes (no UTF-16 unit) and four-byte leads (two), for O(log n) columns.

@@ -258,7 +258,7 @@ Json Server::DidChange(const Json& params) {
   Document& document = *open->document;
   // Forget the analysis first: a malformed change further down the list throws after the
   // ones before it have changed the text.
-  open->analysis.reset();
+  open->ForgetAnalysis();
   open->publish = true;
   for (const Json& change : params.at("contentChanges")) {
     std::optional<Range> range;
@@ -304,8 +304,16 @@ Server::OpenDocument* Server::Find(const Json& params) {
 }
 
 const Analysis& Server::AnalysisOf(OpenDocument& open) {
-  if (!open.analysis)
-    open.analysis = std::make_shared<Analysis>(FileOf(open.document->uri()), open.document->text());
+  if (!open.analysis) {
+    std::string text = open.document->Lend();
+    try {
+      open.analysis = std::make_shared<Analysis>(FileOf(open.document->uri()), std::move(text));
+    } catch (...) {
+      open.document->Reclaim(std::move(text));  // given back by the analysis that failed
+      throw;
+    }
+    open.document->Borrow(&open.analysis->text());
+  }
   return *open.analysis;
 }
 

@@ -53,9 +53,17 @@ class Server {
  private:
   struct OpenDocument {
     std::unique_ptr<Document> document;
-    std::shared_ptr<const Analysis> analysis;  // of document's current text, when worked out
-    Json last_good;                            // rule findings of the last text that parsed
+    // Of document's current text, when worked out; it holds that text, which the document borrows.
+    std::shared_ptr<Analysis> analysis;
+    Json last_good;  // rule findings of the last text that parsed
     bool publish = false;
+
+    // Drops the analysis, the document taking its text back first.
+    void ForgetAnalysis() {
+      if (!analysis) return;
+      document->Reclaim(analysis->TakeText());
+      analysis.reset();
+    }
   };
   using Handler = Json (Server::*)(const Json& params);
   struct Method {
