@@ -437,16 +437,23 @@ TEST(Graph, RendersImagesWithDot) {
 // A dot that is missing, cannot run, fails or is killed: graph says so and writes nothing.
 TEST(Graph, DotThatCannotRenderIsReportedAndNothingWritten) {
   const std::string input = Written("no-dot.txtpb", kSmall);
+  // A graph larger than a pipe holds, for a dot that reads none of it.
+  std::string many;
+  for (int i = 0; i < 3000; ++i)
+    many += "peripherals { id: \"p" + std::to_string(i) + "\" type: PERIPHERAL_TYPE_CAMERA }\n";
+  const std::string large = Written("no-dot-large.txtpb", many);
   struct Row {
     const char* dot;  // the script standing in for dot; nullptr: none on PATH
     mode_t mode;
     const char* says;
+    bool large = false;
   };
   const Row rows[] = {
       {nullptr, 0, "Graphviz's dot is not on PATH; install the Debian package graphviz"},
       {"#!/bin/sh\nexit 0\n", 0644, "cannot run dot: Permission denied"},
       {"#!/bin/sh\nexit 3\n", 0755, "dot failed with exit status 3"},
       {"#!/bin/sh\nkill -9 $$\n", 0755, "dot was killed"},
+      {"#!/bin/sh\nexec 0<&-\n", 0755, "dot ended before reading all of the graph", true},
   };
   const std::string saved = std::getenv("PATH") ? std::getenv("PATH") : "";
   int n = 0;
@@ -458,7 +465,7 @@ TEST(Graph, DotThatCannotRenderIsReportedAndNothingWritten) {
       ::chmod((dir + "/dot").c_str(), row.mode);
     }
     ::setenv("PATH", dir.c_str(), 1);
-    const auto run = Pcfg({"graph", input, "-o", dir + "/out.svg"});
+    const auto run = Pcfg({"graph", row.large ? large : input, "-o", dir + "/out.svg"});
     ::setenv("PATH", saved.c_str(), 1);
     EXPECT_EQ(run.status, 2) << row.says;
     EXPECT_NE(run.err.find(row.says), std::string::npos) << run.err;

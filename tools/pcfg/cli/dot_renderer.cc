@@ -87,9 +87,15 @@ Render RenderWithDot(const std::string& dot, const std::string& format, std::str
   int status = 0;
   while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 0 && written == dot.size()) return Render::kOk;
-  *error = WIFEXITED(status) ? "dot failed with exit status " + std::to_string(WEXITSTATUS(status))
-                             : std::string("dot was killed");
+  const bool succeeded = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  if (succeeded && written == dot.size()) return Render::kOk;
+  if (succeeded) {
+    *error = "dot ended before reading all of the graph (" + std::to_string(written) + " of " +
+             std::to_string(dot.size()) + " bytes)";
+  } else {
+    *error = WIFEXITED(status) ? "dot failed with exit status " + std::to_string(WEXITSTATUS(status))
+                               : std::string("dot was killed");
+  }
   return Render::kFailed;
 }
 
