@@ -38,10 +38,27 @@ TEST(SyntaxTree, GivesBackEveryByteOfAnyInput) {
     size_t covered = 0;
     for (const auto& token : tree.tokens()) {
       EXPECT_EQ(token.begin, covered);
-      covered = token.end;
+      covered = token.end();
     }
     EXPECT_EQ(covered, input.size());
   }
+}
+
+// A token holds at most 16 MiB: a longer run of blanks is read as several, and anything else that
+// long is an error, never a token cut short.
+TEST(SyntaxTree, TokensLongerThanATokenHolds) {
+  const std::string blanks = "a: 1" + std::string(pcfg::syntax::kMaxTokenLength + 2, ' ') + "b: 2";
+  const SyntaxTree spaced(blanks);
+  EXPECT_FALSE(spaced.has_errors());
+  EXPECT_EQ(spaced.Print(), blanks);
+  int fields = 0;
+  for (const int32_t child : spaced.ChildrenOf(spaced.root()))
+    fields += spaced.node(child).kind == NodeKind::kField;
+  EXPECT_EQ(fields, 2);
+  const std::string text = "s: \"" + std::string(pcfg::syntax::kMaxTokenLength, 'x') + "\"";
+  const SyntaxTree tree(text);
+  EXPECT_TRUE(tree.has_errors());
+  EXPECT_EQ(tree.Print(), text);
 }
 
 TEST(SyntaxTree, ErrorsLeaveTheRestOfTheFileReadable) {

@@ -370,7 +370,7 @@ void LoadedConfig::AddEnd(Location* location, std::string_view name, int index) 
     std::tie(location->line, location->column) = TokenizerPosition(tokens[syntax_->node(node).first].begin);
   }
   std::tie(location->end_line, location->end_column) =
-      TokenizerPosition(tokens[syntax_->node(node).end - 1].end);
+      TokenizerPosition(tokens[syntax_->node(node).end - 1].end());
 }
 
 std::pair<int, int> LoadedConfig::TokenizerPosition(uint32_t offset) const {

@@ -79,7 +79,15 @@ Tokens Scan(std::string_view s) {
       while (i < n && (static_cast<unsigned char>(s[i]) & 0xC0) == 0x80) ++i;
       kind = TokenKind::kError;
     }
-    tokens.push_back({kind, static_cast<uint32_t>(start), static_cast<uint32_t>(i)});
+    if (i - start <= kMaxTokenLength) {
+      tokens.emplace_back(kind, static_cast<uint32_t>(start), static_cast<uint32_t>(i));
+      continue;
+    }
+    // Longer than a token can be: blanks in several pieces, anything else as errors.
+    if (kind != TokenKind::kSpace) kind = TokenKind::kError;
+    for (size_t at = start; at < i; at += kMaxTokenLength)
+      tokens.emplace_back(kind, static_cast<uint32_t>(at),
+                          static_cast<uint32_t>(std::min(i, at + kMaxTokenLength)));
   }
   return tokens;
 }
@@ -317,7 +325,7 @@ SyntaxTree::SyntaxTree(std::string_view source) : source_(source), tokens_(Scan(
 std::string_view SyntaxTree::Text(uint32_t first, uint32_t end) const {
   if (first >= end || first >= tokens_.size()) return {};
   const uint32_t begin = tokens_[first].begin;
-  return source_.substr(begin, tokens_[std::min<size_t>(end, tokens_.size()) - 1].end - begin);
+  return source_.substr(begin, tokens_[std::min<size_t>(end, tokens_.size()) - 1].end() - begin);
 }
 
 std::string SyntaxTree::Name(const Node& field) const {

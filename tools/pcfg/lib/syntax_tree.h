@@ -25,11 +25,20 @@ enum class TokenKind : uint8_t {
   kError,       // a byte the text format has no use for, or a string left open at its line's end
 };
 
+// Eight bytes: a 6 MB text has over a million tokens. A token is at most kMaxTokenLength bytes;
+// the scanner cuts a longer run of blanks into several, and anything else that long into error
+// tokens (no text the tree can lay out or locate in has one).
+constexpr uint32_t kMaxTokenLength = (uint32_t{1} << 24) - 1;
 struct Token {
-  TokenKind kind;
-  uint32_t begin, end;  // byte offsets into the source
+  Token() : length(0) {}
+  Token(TokenKind kind, uint32_t begin, uint32_t end) : begin(begin), length(end - begin), kind(kind) {}
+  uint32_t begin = 0;  // byte offset into the source
+  uint32_t length : 24;
+  TokenKind kind = TokenKind::kSpace;
+  uint32_t end() const { return begin + length; }
   bool trivia() const { return kind == TokenKind::kSpace || kind == TokenKind::kComment; }
 };
+static_assert(sizeof(Token) == 8);
 
 enum class NodeKind : uint8_t {
   kDocument,  // the fields of the root message
@@ -109,9 +118,7 @@ class SyntaxTree {
   Children ChildrenOf(const Node& node) const { return Children(nodes_, node); }
   bool has_errors() const { return errors_ > 0; }
 
-  std::string_view Text(const Token& token) const {
-    return source_.substr(token.begin, token.end - token.begin);
-  }
+  std::string_view Text(const Token& token) const { return source_.substr(token.begin, token.length); }
   // The bytes of tokens [first, end).
   std::string_view Text(uint32_t first, uint32_t end) const;
   // A node's bytes, from its first token to its last.

@@ -63,13 +63,13 @@ std::pair<uint32_t, uint32_t> Analysis::Span(const Diagnostic& diagnostic) const
   // The token that starts there, or the rest of a blank stretch up to the line's end.
   const syntax::Tokens& tokens = syntax.tokens();
   const auto token = std::upper_bound(tokens.begin(), tokens.end(), begin,
-                                      [](uint32_t at, const syntax::Token& t) { return at < t.end; });
+                                      [](uint32_t at, const syntax::Token& t) { return at < t.end(); });
   if (token == tokens.end()) return {begin, begin};
   if (token->kind == syntax::TokenKind::kSpace) {
     const size_t line_end = text().find('\n', begin);
     return {begin, static_cast<uint32_t>(std::min(line_end, text().size()))};
   }
-  return {begin, token->end};
+  return {begin, token->end()};
 }
 
 }  // namespace pcfg::lsp

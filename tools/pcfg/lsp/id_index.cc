@@ -146,7 +146,7 @@ class Builder {
         occurrence.simple = value.end == value.first + 1 &&
                             tree_.Text(tokens[value.first]).find('\\') == std::string_view::npos;
         occurrence.begin = tokens[value.first].begin + (occurrence.simple ? 1 : 0);
-        occurrence.end = tokens[value.end - 1].end - (occurrence.simple ? 1 : 0);
+        occurrence.end = tokens[value.end - 1].end() - (occurrence.simple ? 1 : 0);
         out_->push_back(std::move(occurrence));
       });
     }

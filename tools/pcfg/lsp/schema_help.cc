@@ -59,11 +59,11 @@ int32_t MessageAt(const SyntaxTree& tree, uint32_t offset) {
       const Node& node = tree.node(child);
       if (node.end <= node.first) continue;
       // Inside a message means past its opening brace and, when it is closed, before its closer.
-      const uint32_t begin = tokens[node.first].end;
-      const uint32_t end = node.closed ? tokens[node.end - 1].begin : tokens[node.end - 1].end;
+      const uint32_t begin = tokens[node.first].end();
+      const uint32_t end = node.closed ? tokens[node.end - 1].begin : tokens[node.end - 1].end();
       const bool holds = node.kind == NodeKind::kMessage
                              ? offset >= begin && offset <= end
-                             : offset >= tokens[node.first].begin && offset <= tokens[node.end - 1].end;
+                             : offset >= tokens[node.first].begin && offset <= tokens[node.end - 1].end();
       if (!holds || node.kind == NodeKind::kValue || node.kind == NodeKind::kError) continue;
       at = child;
       deeper = true;
@@ -78,7 +78,7 @@ int32_t MessageAt(const SyntaxTree& tree, uint32_t offset) {
 long TokenBefore(const SyntaxTree& tree, uint32_t offset) {
   const syntax::Tokens& tokens = tree.tokens();
   auto it = std::lower_bound(tokens.begin(), tokens.end(), offset,
-                             [](const Token& t, uint32_t at) { return t.end < at; });
+                             [](const Token& t, uint32_t at) { return t.end() < at; });
   long i = static_cast<long>(it - tokens.begin());
   if (i >= static_cast<long>(tokens.size()) || tokens[static_cast<size_t>(i)].begin >= offset) --i;
   while (i >= 0 && tokens[static_cast<size_t>(i)].trivia()) --i;
@@ -240,7 +240,7 @@ const gp::FieldDescriptor* FieldAt(const Analysis& analysis, uint32_t offset) {
   for (size_t n = 1; n < tree.nodes().size(); ++n) {
     const Node& node = tree.nodes()[n];
     if (node.kind != NodeKind::kField || node.end <= node.first) continue;
-    if (tokens[node.first].begin <= offset && offset <= tokens[node.end - 1].end)
+    if (tokens[node.first].begin <= offset && offset <= tokens[node.end - 1].end())
       innermost = static_cast<int32_t>(n);
   }
   if (innermost < 0) return nullptr;
@@ -262,10 +262,10 @@ HoverNote HoverAt(const Analysis& analysis, uint32_t offset) {
   const syntax::Tokens& tokens = tree.tokens();
   const long i = TokenBefore(tree, offset + 1);
   if (i < 0 || tokens[static_cast<size_t>(i)].kind != TokenKind::kIdentifier ||
-      tokens[static_cast<size_t>(i)].end < offset)
+      tokens[static_cast<size_t>(i)].end() < offset)
     return hover;
   const Token& token = tokens[static_cast<size_t>(i)];
-  hover.begin = token.begin, hover.end = token.end;
+  hover.begin = token.begin, hover.end = token.end();
   const int32_t field_node = FieldNodeNamedBy(tree, i);
   if (field_node >= 0) {
     // A field name: the field in the type of the message that holds it.
@@ -312,12 +312,12 @@ std::vector<Completion> CompleteAt(const Analysis& analysis, uint32_t offset, bo
   };
   if (i >= 0) {
     const Token& t = tokens[static_cast<size_t>(i)];
-    const bool in_string = is_string(t) && t.begin < offset && offset <= t.end;
+    const bool in_string = is_string(t) && t.begin < offset && offset <= t.end();
     const bool word_ends_here =
-        t.end == offset && (t.kind == TokenKind::kIdentifier || t.kind == TokenKind::kError);
+        t.end() == offset && (t.kind == TokenKind::kIdentifier || t.kind == TokenKind::kError);
     if (in_string || word_ends_here) {
       replace_begin = t.begin;
-      replace_end = in_string ? t.end : offset;
+      replace_end = in_string ? t.end() : offset;
       --i;
       while (i >= 0 && tokens[static_cast<size_t>(i)].trivia()) --i;
     }
@@ -325,7 +325,7 @@ std::vector<Completion> CompleteAt(const Analysis& analysis, uint32_t offset, bo
   if (replace_begin == offset) {
     const auto next = std::lower_bound(tokens.begin(), tokens.end(), offset,
                                        [](const Token& t, uint32_t at) { return t.begin < at; });
-    if (next != tokens.end() && next->begin == offset && is_string(*next)) replace_end = next->end;
+    if (next != tokens.end() && next->begin == offset && is_string(*next)) replace_end = next->end();
   }
   const int32_t message = MessageAt(tree, offset);
   std::vector<std::string> names = FieldNamesTo(tree, message);

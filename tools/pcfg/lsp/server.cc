@@ -515,14 +515,14 @@ Json Server::Symbols(const Json& params) {
     for (const ListKind& row : kLists)
       if (name == row.list) list = &row;
     if (list == nullptr) continue;
-    const uint32_t begin = tree.tokens()[field.first].begin, end = tree.tokens()[field.end - 1].end;
+    const uint32_t begin = tree.tokens()[field.first].begin, end = tree.tokens()[field.end - 1].end();
     const auto entry_symbol = [&](int32_t entry, uint32_t entry_begin) {
       const auto id = id_of_entry.find(entry);
       const bool is_template = id != id_of_entry.end() && id->second->space == IdSpace::kTemplate;
       std::string label = id != id_of_entry.end() ? id->second->id : name;
       std::string detail = id != id_of_entry.end() ? id->second->kind : "";
       if (is_template) detail = "template";
-      const uint32_t entry_end = tree.tokens()[tree.node(entry).end - 1].end;
+      const uint32_t entry_end = tree.tokens()[tree.node(entry).end - 1].end();
       const Json selection = id != id_of_entry.end() ? RangeJson(document, id->second->begin, id->second->end)
                                                      : RangeJson(document, entry_begin, entry_begin);
       if (client_.hierarchical_symbols)
