@@ -248,7 +248,9 @@ namespace {
 // An arena's blocks from the allocator that asks for huge pages for the large ones: a large
 // configuration's messages then cost few first-touch faults.
 void* ArenaBlock(size_t size) { return LargeAllocator<char>().allocate(size); }
-void FreeArenaBlock(void* block, size_t size) { LargeAllocator<char>().deallocate(static_cast<char*>(block), size); }
+void FreeArenaBlock(void* block, size_t size) {
+  LargeAllocator<char>().deallocate(static_cast<char*>(block), size);
+}
 
 google::protobuf::ArenaOptions LargeBlocks() {
   google::protobuf::ArenaOptions options;
@@ -271,7 +273,6 @@ LoadedConfig::LoadedConfig(LoadedConfig&& other) noexcept
       format(other.format),
       raw(std::move(other.raw)),
       config(other.config),
-      locations_(std::move(other.locations_)),
       json_locations_(std::move(other.json_locations_)),
       lines_(std::move(other.lines_)),
       wire_locations_(std::move(other.wire_locations_)) {}
@@ -297,36 +298,53 @@ LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
     return location;
   }
   if (format != Format::kText) return {};
-  if (!locations_) {
-    // The first diagnostic that needs a position pays for a second parse that records them all.
-    locations_ = std::make_unique<gp::TextFormat::ParseInfoTree>();
-    gp::TextFormat::Parser parser;
-    parser.WriteLocationsTo(locations_.get());
-    Config scratch;
-    RuntimeLog quiet;
-    parser.ParseFromString(raw, &scratch);
-  }
-  Location best;
-  const gp::TextFormat::ParseInfoTree* tree = locations_.get();
+  // The syntax tree finds each step: the INDEX-th value of the field among the fields of that
+  // name in the enclosing message, a list's elements counted one by one. The place is the field
+  // (from its name to its value), or the element itself when it stands in a list.
+  const syntax::SyntaxTree& tree = Syntax();
   const gp::Descriptor* type = Config::descriptor();
+  int32_t message = 0;  // the document
+  int32_t found = -1;
   for (const PathStep& step : path.steps()) {
-    if (tree == nullptr || type == nullptr) break;
+    if (message < 0 || type == nullptr) break;
     const gp::FieldDescriptor* field = type->FindFieldByName(std::string(step.field));
     if (field == nullptr || field->is_repeated() != (step.index >= 0)) break;
-    gp::TextFormat::ParseLocation location = tree->GetLocation(field, step.index);
-    // Protobuf records the elements of a '[a, b]' list at most once, at the list's field: the
-    // syntax tree finds the element itself (AddEnd).
-    const bool in_a_list = location.line < 0 && step.index > 0;
-    if (in_a_list) location = tree->GetLocation(field, 0);
-    if (location.line < 0) break;
-    best.line = location.line + 1;
-    best.column = location.column + 1;
-    if (in_a_list || field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE) break;
-    tree = tree->GetTreeForNested(field, step.index);
+    const std::vector<int32_t>* values = ValuesNamed(message, field->name());
+    const size_t index = step.index < 0 ? 0 : static_cast<size_t>(step.index);
+    if (values == nullptr || index >= values->size()) break;
+    found = (*values)[index];
+    if (field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE) break;
+    const syntax::Node& node = tree.node(found);
+    const int32_t value = node.kind == syntax::NodeKind::kField ? node.first_child : found;
+    message = value >= 0 && tree.node(value).kind == syntax::NodeKind::kMessage ? value : -1;
     type = field->message_type();
   }
-  if (best.line > 0) AddEnd(&best, path.steps().back().field, path.steps().back().index);
+  Location best;
+  if (found < 0) return best;
+  const syntax::Node& node = tree.node(found);
+  std::tie(best.line, best.column) = TokenizerPosition(tree.tokens()[node.first].begin);
+  std::tie(best.end_line, best.end_column) = TokenizerPosition(tree.tokens()[node.end - 1].end());
   return best;
+}
+
+const std::vector<int32_t>* LoadedConfig::ValuesNamed(int32_t message, const std::string& name) const {
+  auto [by_name, fresh] = values_by_name_.try_emplace(message);
+  if (fresh) {
+    const syntax::SyntaxTree& tree = *syntax_;
+    for (const int32_t child : tree.ChildrenOf(tree.node(message))) {
+      const syntax::Node& field = tree.node(child);
+      if (field.kind != syntax::NodeKind::kField || field.first_child < 0) continue;
+      std::vector<int32_t>& values = by_name->second[tree.Name(field)];
+      const syntax::Node& value = tree.node(field.first_child);
+      if (value.kind != syntax::NodeKind::kList) {
+        values.push_back(child);
+        continue;
+      }
+      for (const int32_t element : tree.ChildrenOf(value)) values.push_back(element);
+    }
+  }
+  const auto values = by_name->second.find(name);
+  return values == by_name->second.end() ? nullptr : &values->second;
 }
 
 void LoadedConfig::OfferSyntax(std::unique_ptr<syntax::SyntaxTree> tree) const {
@@ -337,40 +355,6 @@ void LoadedConfig::OfferSyntax(std::unique_ptr<syntax::SyntaxTree> tree) const {
 const syntax::SyntaxTree& LoadedConfig::Syntax() const {
   if (!syntax_) syntax_ = std::make_unique<syntax::SyntaxTree>(raw);
   return *syntax_;
-}
-
-void LoadedConfig::AddEnd(Location* location, std::string_view name, int index) const {
-  if (node_at_token_.empty()) node_at_token_ = Syntax().OutermostNodeAtEachToken();
-  const uint32_t offset = syntax_->OffsetAtTokenizerColumn(location->line, location->column);
-  const syntax::Tokens& tokens = syntax_->tokens();
-  const auto token = std::lower_bound(tokens.begin(), tokens.end(), offset,
-                                      [](const syntax::Token& t, size_t at) { return t.begin < at; });
-  if (token == tokens.end() || token->begin != offset) return;
-  int32_t node = node_at_token_[static_cast<size_t>(token - tokens.begin())];
-  if (node < 0) return;
-  const syntax::Node& located = syntax_->node(node);
-  if (index >= 0 && located.kind == syntax::NodeKind::kField && located.first_child >= 0 &&
-      syntax_->node(located.first_child).kind == syntax::NodeKind::kList) {
-    // Protobuf places every element of a list at the list's field name: the element is the
-    // INDEX-th value among the fields of that name in the enclosing message, lists flattened.
-    int seen = 0;
-    for (const int32_t field : syntax_->ChildrenOf(syntax_->node(located.parent))) {
-      const syntax::Node& candidate = syntax_->node(field);
-      if (candidate.kind != syntax::NodeKind::kField || candidate.first_child < 0 ||
-          syntax_->Name(candidate) != name)
-        continue;
-      const syntax::Node& value = syntax_->node(candidate.first_child);
-      if (value.kind != syntax::NodeKind::kList) {
-        if (seen++ == index) node = candidate.first_child;
-        continue;
-      }
-      for (const int32_t element : syntax_->ChildrenOf(value))
-        if (seen++ == index) node = element;
-    }
-    std::tie(location->line, location->column) = TokenizerPosition(tokens[syntax_->node(node).first].begin);
-  }
-  std::tie(location->end_line, location->end_column) =
-      TokenizerPosition(tokens[syntax_->node(node).end - 1].end());
 }
 
 std::pair<int, int> LoadedConfig::TokenizerPosition(uint32_t offset) const {

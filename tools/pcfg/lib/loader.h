@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -64,14 +65,14 @@ class LoadedConfig {
   void OfferSyntax(std::unique_ptr<syntax::SyntaxTree> tree) const;
 
  private:
-  // Where the node of the text that starts at LOCATION ends, from the syntax tree (built once);
-  // for element INDEX of the repeated field NAME written as a list, the element itself.
-  void AddEnd(Location* location, std::string_view name, int index) const;
+  // The values of the fields named NAME in message node MESSAGE of the syntax tree, in order, a
+  // list's elements one by one: each a field node, or an element of a list. Worked out once for
+  // each message asked about.
+  const std::vector<int32_t>* ValuesNamed(int32_t message, const std::string& name) const;
   // Line and column of byte OFFSET of text as protobuf's tokenizer counts them.
   std::pair<int, int> TokenizerPosition(uint32_t offset) const;
   mutable std::unique_ptr<syntax::SyntaxTree> syntax_;
-  mutable std::vector<int32_t> node_at_token_;  // the outermost node starting at each token
-  mutable std::unique_ptr<google::protobuf::TextFormat::ParseInfoTree> locations_;
+  mutable std::unordered_map<int32_t, std::unordered_map<std::string, std::vector<int32_t>>> values_by_name_;
   mutable std::unique_ptr<JsonLocations> json_locations_;
   mutable std::unique_ptr<LineIndex> lines_;
   mutable std::unique_ptr<WireLocator> wire_locations_;
