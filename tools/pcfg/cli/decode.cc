@@ -43,7 +43,10 @@ void AddDecodeCommand(CLI::App& app, int& exit_status) {
       "none, and for standard input); --from chooses it.\n"
       "Exit status: 0 written, 2 usage error, unreadable input or an output that cannot be written.\n"
       "Example: pcfg decode headset.binpb --to json -o headset.json");
-  command->add_option("IN", options->input, "input file (binary, or by its extension text or JSON), or - for standard input (binary)")->required();
+  command
+      ->add_option("IN", options->input,
+                   "input file (binary, or by its extension text or JSON), or - for standard input (binary)")
+      ->required();
   command->add_option("-o,--output", options->output, "output file (default: - for stdout)");
   AddFormatOption(*command, options->to, "--to",
                   "output format: text, json or binary (default: by -o's extension, else text)");

@@ -1,10 +1,9 @@
 // pcfg show: a readable summary of one configuration, as text or JSON.
-#include "show_facts.h"
-
 #include <iostream>
 #include <memory>
 
 #include "common.h"
+#include "show_facts.h"
 
 namespace pcfg::cli {
 namespace {
