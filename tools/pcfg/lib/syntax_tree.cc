@@ -60,16 +60,9 @@ Tokens Scan(std::string_view s) {
       }
       kind = TokenKind::kNumber;
     } else if (c == '"' || c == '\'') {
-      ++i;
-      kind = TokenKind::kError;  // until the closing quote is found
-      while (i < n && s[i] != '\n') {
-        if (s[i] == '\\' && i + 1 < n && s[i + 1] != '\n') {
-          i += 2;
-        } else if (s[i++] == c) {
-          kind = TokenKind::kString;
-          break;
-        }
-      }
+      bool closed = false;
+      i = StringEnd(s, i, &closed);
+      kind = closed ? TokenKind::kString : TokenKind::kError;
     } else if (IsSymbol(c)) {
       ++i;
       kind = TokenKind::kSymbol;
@@ -297,6 +290,21 @@ class Parser {
   size_t pos_ = 0;
   int depth_ = 0;
 };
+
+size_t StringEnd(std::string_view s, size_t open, bool* closed) {
+  const char quote = s[open];
+  size_t i = open + 1;
+  *closed = false;
+  while (i < s.size() && s[i] != '\n') {
+    if (s[i] == '\\' && i + 1 < s.size() && s[i + 1] != '\n') {
+      i += 2;
+    } else if (s[i++] == quote) {
+      *closed = true;
+      break;
+    }
+  }
+  return i;
+}
 
 Tokens Tokenize(std::string_view source) { return Scan(source); }
 

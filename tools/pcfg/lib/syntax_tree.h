@@ -96,6 +96,10 @@ class Children {
   int32_t first_;
 };
 
+// Where the string whose opening quote is S[OPEN] ends: just past its closing quote (*CLOSED), or
+// at its line's end when it has none. A backslash escapes the byte after it, but not a line break.
+size_t StringEnd(std::string_view s, size_t open, bool* closed);
+
 // The tokens of SOURCE alone, trivia included, without building a tree.
 Tokens Tokenize(std::string_view source);
 

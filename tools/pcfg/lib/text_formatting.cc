@@ -179,8 +179,7 @@ bool SameTokensInTwo(const syntax::SyntaxTree& tree, std::string_view raw, std::
     if (index++ >= root_lines.size()) break;
     const uint32_t begin = tree.tokens()[tree.node(child).first].begin;
     if (begin < raw.size() / 2) continue;
-    const size_t line_start =
-        raw.rfind('\n', begin) == std::string_view::npos ? 0 : raw.rfind('\n', begin) + 1;
+    const size_t line_start = raw.rfind('\n', begin) + 1;  // npos + 1 is 0: the first line
     if (raw.find_first_not_of(" \t\r\v\f", line_start) != begin) continue;
     raw_cut = line_start;
     formatted_cut = root_lines[index - 1];

@@ -577,15 +577,8 @@ std::vector<std::string> CommentsOf(std::string_view text) {
       i = end;
       continue;
     }
-    const char quote = text[at];
-    i = at + 1;
-    while (i < n && text[i] != '\n') {
-      if (text[i] == '\\' && i + 1 < n && text[i + 1] != '\n') {
-        i += 2;
-      } else if (text[i++] == quote) {
-        break;
-      }
-    }
+    bool closed = false;
+    i = syntax::StringEnd(text, at, &closed);
   }
   return comments;
 }
