@@ -9,6 +9,7 @@
 #include "analysis.h"
 #include "document.h"
 #include "fixes.h"
+#include "pcfg_test_support.h"
 #include "server.h"
 #include "transport.h"
 
@@ -283,6 +284,143 @@ TEST(Lsp, IncrementalChangesApplyInOrder) {
                  Changes(4, {Edit(Range(0, 0, 0), "# y\n"), Json{{"range", Range(0, 0, 0)}, {"text", 5}}}));
   session.set_text("# y\n" + kText);
   EXPECT_EQ(session.At("textDocument/definition", "\"cam0\"", 1)["range"], Range(1, 19, 23));
+}
+
+// Everything an analysis answers from: the tree node for node, every byte's line and columns,
+// the configuration on the wire, the findings and the ids.
+void ExpectSameAnalysis(const pcfg::lsp::Analysis& got, const pcfg::lsp::Analysis& want) {
+  ASSERT_EQ(got.text(), want.text());
+  const auto& got_tokens = got.tree().tokens();
+  const auto& want_tokens = want.tree().tokens();
+  ASSERT_EQ(got_tokens.size(), want_tokens.size());
+  for (size_t i = 0; i < got_tokens.size(); ++i)
+    ASSERT_TRUE(got_tokens[i].begin == want_tokens[i].begin && got_tokens[i].end() == want_tokens[i].end() &&
+                got_tokens[i].kind == want_tokens[i].kind)
+        << "token " << i;
+  const auto& got_nodes = got.tree().nodes();
+  const auto& want_nodes = want.tree().nodes();
+  ASSERT_EQ(got_nodes.size(), want_nodes.size());
+  for (size_t i = 0; i < got_nodes.size(); ++i) {
+    const pcfg::syntax::Node &g = got_nodes[i], &w = want_nodes[i];
+    ASSERT_TRUE(g.kind == w.kind && g.colon == w.colon && g.closed == w.closed && g.first == w.first &&
+                g.end == w.end && g.parent == w.parent && g.first_child == w.first_child &&
+                g.last_child == w.last_child && g.next_sibling == w.next_sibling && g.name_end == w.name_end)
+        << "node " << i;
+  }
+  for (uint32_t at = 0; at <= got.text().size(); ++at) {
+    const auto g = got.tree().Position(at), w = want.tree().Position(at);
+    ASSERT_TRUE(g.line == w.line && g.column == w.column && g.utf16_column == w.utf16_column &&
+                got.tree().TokenizerColumn(at) == want.tree().TokenizerColumn(at))
+        << "byte " << at;
+  }
+  EXPECT_EQ(got.loaded().config.SerializeAsString(), want.loaded().config.SerializeAsString());
+  const auto findings = [](const pcfg::lsp::Analysis& analysis) {
+    std::vector<std::string> all;
+    for (const pcfg::Diagnostic& d : analysis.diagnostics())
+      all.push_back(d.rule + " " + std::to_string(d.line) + ":" + std::to_string(d.column) + "-" +
+                    std::to_string(d.end_line) + ":" + std::to_string(d.end_column) + " " + d.message +
+                    (d.suppressed ? " (suppressed)" : ""));
+    return all;
+  };
+  EXPECT_EQ(findings(got), findings(want));
+  EXPECT_EQ(got.ids().occurrences().size(), want.ids().occurrences().size());
+}
+
+TEST(Lsp, AnEditInsideOneEntryIsReadAlone) {
+  const std::string example = pcfg_test::ReadFile(pcfg_test::ExamplePath("headset.txtpb"));
+  struct Case {
+    const char* what;
+    std::string before, after;  // the first BEFORE in the example becomes AFTER
+    bool alone;
+  };
+  const std::vector<Case> cases = {
+      {"an id changed", "peripheral_id: \"imu0\"", "peripheral_id: \"imu9\"", true},
+      {"a dependency added, lines below move", "dependencies { peripheral_id: \"imu0\"",
+       "dependencies { peripheral_id: \"prox0\" }\n  dependencies { peripheral_id: \"imu0\"", true},
+      {"a line taken out", "  dependencies { peripheral_id: \"fpga0\" }\n", "", true},
+      {"a tab and wide characters on the entry's lines", "id: \"prox0\"",
+       "id: \"prox0\"\t# caf\xc3\xa9 \xf0\x9f\x98\x80\t", true},
+      {"a one-line entry", "id: \"fpga0\" type", "id: \"fpga1\"  type", true},
+      {"a value of a camera far down", "is_template: true", "is_template: false", true},
+      {"the entry left open", "id: \"prox0\"", "id: \"prox0\" dependencies {", false},
+      {"its closing brace hidden in a comment", "PERIPHERAL_SYSTEM_TYPE_CADMOR }",
+       "PERIPHERAL_SYSTEM_TYPE_CADMOR # }", false},
+      {"the field's name, to another list's",
+       "eripherals { id: \"fpga0\" type: PERIPHERAL_TYPE_FPGA system_type: PERIPHERAL_SYSTEM_TYPE_CADMOR",
+       "hysical_cameras { peripheral_id: \"fpga0\"", false},
+      {"an entry that is no list's", "device_info {\n", "device_info {\n  # x\n", false},
+      {"one entry made two", "id: \"prox0\"", "id: \"prox0\" } peripherals { id: \"prox1\"", false},
+      {"a field set twice", "id: \"prox0\"", "id: \"prox0\" id: \"prox1\"", false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    const size_t at = example.find(c.before);
+    ASSERT_NE(at, std::string::npos);
+    std::string edited = example;
+    edited.replace(at, c.before.size(), c.after);
+    pcfg::lsp::Analysis analysis("t.txtpb", example);
+    ASSERT_TRUE(analysis.parsed());
+    analysis.TakeText();  // as the document takes it back before it changes
+    std::string text = edited;
+    const bool alone =
+        analysis.Update(text, static_cast<uint32_t>(at), static_cast<uint32_t>(at + c.before.size()),
+                        static_cast<uint32_t>(at + c.after.size()));
+    EXPECT_EQ(alone, c.alone);
+    if (!alone) {
+      EXPECT_EQ(text, edited) << "the text is given back as it was";
+      continue;
+    }
+    ExpectSameAnalysis(analysis, pcfg::lsp::Analysis("t.txtpb", edited));
+    // And again on the tree put together: a second edit of another entry.
+    const size_t second = edited.find("id: \"mag0\"");
+    const std::string again = edited.substr(0, second) + "id: \"mag1\"" + edited.substr(second + 10);
+    analysis.TakeText();
+    text = again;
+    ASSERT_TRUE(analysis.Update(text, static_cast<uint32_t>(second + 9), static_cast<uint32_t>(second + 10),
+                                static_cast<uint32_t>(second + 10)));
+    ExpectSameAnalysis(analysis, pcfg::lsp::Analysis("t.txtpb", again));
+  }
+}
+
+// Edits merged into one as the document takes them: the bytes before its start and after its end
+// are those of the text lent, and the lines and columns are those of the text as it is now.
+TEST(Lsp, ChangesSinceTheTextWasLentMergeIntoOneEdit) {
+  const std::string lent = "a {\n  b: 1\n}\n\xc3\xa9 c {\n  d: \"\xf0\x9f\x98\x80\"\n}\n";
+  pcfg::lsp::Document document("file:///t", lent, 1);
+  EXPECT_FALSE(document.edit_since_lent()) << "never lent: nothing is known";
+  std::string text = document.Lend();
+  document.Reclaim(text);
+  uint32_t seed = 7;
+  int applied = 0;
+  for (int step = 0; step < 200; ++step) {
+    seed = seed * 1103515245 + 12345;
+    const int line = static_cast<int>(seed >> 8) % 8, character = static_cast<int>(seed >> 16) % 6;
+    const int lines = static_cast<int>(seed >> 20) % 2, characters = static_cast<int>(seed >> 24) % 4;
+    const std::string inserted =
+        std::vector<std::string>{"", "x", "\n", "\xc3\xa9\n  ", "\xf0\x9f\x98\x80"}[seed % 5];
+    const pcfg::lsp::Range range{{line, character}, {line + lines, character + characters}};
+    const uint32_t begin = document.Offset(range.start, pcfg::lsp::PositionEncoding::kUtf16);
+    const uint32_t end = document.Offset(range.end, pcfg::lsp::PositionEncoding::kUtf16);
+    if (!document.Change(range, inserted, pcfg::lsp::PositionEncoding::kUtf16)) continue;
+    ++applied;
+    text.replace(begin, end - begin, inserted);
+    ASSERT_EQ(document.text(), text);
+    const auto edit = document.edit_since_lent();
+    ASSERT_TRUE(edit);
+    ASSERT_LE(edit->begin, std::min(edit->old_end, edit->new_end));
+    ASSERT_EQ(lent.size() - edit->old_end, text.size() - edit->new_end);
+    ASSERT_EQ(lent.substr(0, edit->begin), text.substr(0, edit->begin));
+    ASSERT_EQ(lent.substr(edit->old_end), text.substr(edit->new_end));
+    const pcfg::lsp::Document fresh("file:///t", text, 1);
+    for (uint32_t at = 0; at <= text.size(); ++at)
+      for (const auto encoding : {pcfg::lsp::PositionEncoding::kUtf16, pcfg::lsp::PositionEncoding::kUtf8}) {
+        const pcfg::lsp::Position got = document.PositionOf(at, encoding),
+                                  want = fresh.PositionOf(at, encoding);
+        ASSERT_TRUE(got.line == want.line && got.character == want.character)
+            << "byte " << at << " step " << step;
+      }
+  }
+  EXPECT_GT(applied, 150) << "the edits ran";
 }
 
 TEST(Lsp, NavigatesByPeripheralAndTemplateIds) {

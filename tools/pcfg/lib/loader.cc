@@ -352,6 +352,107 @@ void LoadedConfig::OfferSyntax(std::unique_ptr<syntax::SyntaxTree> tree) const {
     syntax_ = std::move(tree);
 }
 
+namespace {
+
+// Counts what protobuf's parser reports, so that a rereading can be given up quietly.
+class CountingErrorCollector : public gp::io::ErrorCollector {
+ public:
+  void AddError(int, gp::io::ColumnNumber, const std::string&) override { ++errors; }
+  void AddWarning(int, gp::io::ColumnNumber, const std::string&) override {}
+  int errors = 0;
+};
+
+}  // namespace
+
+bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t new_end) {
+  if (format != Format::kText || !syntax_ || syntax_->has_errors() || begin > old_end || begin > new_end)
+    return false;
+  if (arena_after_first_edit_ != 0 && arena_->SpaceAllocated() > 2 * arena_after_first_edit_) return false;
+  syntax::SyntaxTree& tree = *syntax_;
+  const syntax::Tokens& tokens = tree.tokens();
+  const int64_t delta = static_cast<int64_t>(new_end) - old_end;
+  if (static_cast<int64_t>(tree.source().size()) + delta != static_cast<int64_t>(raw.size())) return false;
+
+  // The root field holding the edit, its first and last byte untouched.
+  int32_t entry = -1;
+  for (const int32_t child : tree.ChildrenOf(tree.root())) {
+    const syntax::Node& node = tree.node(child);
+    if (tokens[node.first].begin >= begin) break;
+    if (tokens[node.end - 1].end() > old_end) {
+      entry = child;
+      break;
+    }
+  }
+  if (entry < 0) return false;
+  const syntax::Node& old = tree.node(entry);
+  // Written alone as a message, with no separator after it: its last byte closes the message.
+  if (old.kind != syntax::NodeKind::kField || old.first_child < 0) return false;
+  const syntax::Node& old_value = tree.node(old.first_child);
+  if (old_value.kind != syntax::NodeKind::kMessage || !old_value.closed || old_value.end != old.end)
+    return false;
+  // What comes before it ends where a token must end whatever follows: trivia or a symbol.
+  if (old.first > 0 && !tokens[old.first - 1].trivia() &&
+      tokens[old.first - 1].kind != syntax::TokenKind::kSymbol)
+    return false;
+  // The tree still describes the text before the edit, which is gone: what it says is read from
+  // RAW where the two agree, before BEGIN. The entry's name must lie there.
+  if (tokens[old.name_end - 1].end() > begin) return false;
+  const std::string name = tree.Name(old, raw);
+  const gp::FieldDescriptor* field = Config::descriptor()->FindFieldByName(name);
+  if (field == nullptr || !field->is_repeated() || field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE)
+    return false;
+  // Its place in the list: the values of that name before it, a list's elements one by one.
+  int index = 0;
+  for (const int32_t child : tree.ChildrenOf(tree.root())) {
+    if (child == entry) break;
+    const syntax::Node& before = tree.node(child);
+    if (before.kind != syntax::NodeKind::kField || before.first_child < 0 || tree.Name(before, raw) != name)
+      continue;
+    const syntax::Node& value = tree.node(before.first_child);
+    if (value.kind != syntax::NodeKind::kList) {
+      ++index;
+      continue;
+    }
+    for (const int32_t element : tree.ChildrenOf(value)) index += element >= 0;
+  }
+  const gp::Reflection* reflection = config.GetReflection();
+  if (index >= reflection->FieldSize(config, field)) return false;
+
+  // Its new text must read as one field of the same name, as a message, spanning all of it.
+  const uint32_t entry_begin = tokens[old.first].begin;
+  const int64_t entry_end = static_cast<int64_t>(tokens[old.end - 1].end()) + delta;
+  if (entry_end <= entry_begin || entry_end > static_cast<int64_t>(raw.size())) return false;
+  const std::string_view text =
+      std::string_view(raw).substr(entry_begin, static_cast<size_t>(entry_end - entry_begin));
+  const syntax::SyntaxTree entry_tree(text);
+  if (entry_tree.has_errors()) return false;
+  const syntax::Node& root = entry_tree.root();
+  if (root.first_child < 0 || root.first_child != root.last_child) return false;
+  const syntax::Node& fresh = entry_tree.node(root.first_child);
+  if (fresh.kind != syntax::NodeKind::kField || fresh.first_child < 0 || fresh.first != 0 ||
+      fresh.end != entry_tree.tokens().size() || entry_tree.Name(fresh) != name)
+    return false;
+  const syntax::Node& fresh_value = entry_tree.node(fresh.first_child);
+  if (fresh_value.kind != syntax::NodeKind::kMessage || !fresh_value.closed || fresh_value.end != fresh.end)
+    return false;
+
+  Config* read = gp::Arena::CreateMessage<Config>(arena_.get());
+  CountingErrorCollector errors;
+  gp::TextFormat::Parser parser;
+  parser.RecordErrorsTo(&errors);
+  if (!parser.ParseFromString(std::string(text), read) || errors.errors != 0) return false;
+  std::vector<const gp::FieldDescriptor*> set;
+  reflection->ListFields(*read, &set);
+  if (set.size() != 1 || set[0] != field || reflection->FieldSize(*read, field) != 1) return false;
+
+  gp::Message* target = reflection->MutableRepeatedMessage(&config, field, index);
+  target->GetReflection()->Swap(target, reflection->MutableRepeatedMessage(read, field, 0));
+  tree.ReplaceRootEntry(raw, entry, entry_tree);
+  values_by_name_.clear();
+  if (arena_after_first_edit_ == 0) arena_after_first_edit_ = arena_->SpaceAllocated();
+  return true;
+}
+
 const syntax::SyntaxTree& LoadedConfig::Syntax() const {
   if (!syntax_) syntax_ = std::make_unique<syntax::SyntaxTree>(raw);
   return *syntax_;

@@ -64,6 +64,14 @@ class LoadedConfig {
   // built meanwhile.
   void OfferSyntax(std::unique_ptr<syntax::SyntaxTree> tree) const;
 
+  // After an edit of text that parsed: RAW now holds bytes [BEGIN, NEW_END) where the text read
+  // last held [BEGIN, OLD_END), the rest unchanged. When the edit lies inside one entry of a
+  // list of the root, written alone as a message, whose new text protobuf reads as one such
+  // entry again, that entry alone is read and put in place, in the configuration and in the
+  // syntax tree, and true is returned: the result is what parsing all of RAW gives. Otherwise
+  // false, and this must be parsed anew (it may be half changed).
+  bool RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t new_end);
+
  private:
   // The values of the fields named NAME in message node MESSAGE of the syntax tree, in order, a
   // list's elements one by one: each a field node, or an element of a list. Worked out once for
@@ -76,6 +84,9 @@ class LoadedConfig {
   mutable std::unique_ptr<JsonLocations> json_locations_;
   mutable std::unique_ptr<LineIndex> lines_;
   mutable std::unique_ptr<WireLocator> wire_locations_;
+  // The arena's size after the first edit read in place: each edit leaves the old entry on the
+  // arena, so past twice that the text is parsed anew.
+  uint64_t arena_after_first_edit_ = 0;
 };
 
 struct LoadOptions {

@@ -308,26 +308,137 @@ size_t StringEnd(std::string_view s, size_t open, bool* closed) {
 
 Tokens Tokenize(std::string_view source) { return Scan(source); }
 
-SyntaxTree::SyntaxTree(std::string_view source) : source_(source), tokens_(Scan(source)) {
-  line_starts_.push_back(0);
+void SyntaxTree::IndexBytes(std::string_view source, uint32_t from, uint32_t to, ByteIndex* index) {
   int column = 0;  // the tokenizer's, 0-based
-  for (uint32_t at = 0; at < source.size(); ++at) {
+  for (uint32_t at = from; at < to; ++at) {
     const unsigned char byte = static_cast<unsigned char>(source[at]);
     if (byte == '\n') {
-      line_starts_.push_back(at + 1);
+      index->line_starts.push_back(at + 1);
       column = 0;
     } else if (byte == '\t') {
       column += kTabWidth - column % kTabWidth;
-      tabs_.push_back(at);
-      tab_columns_.push_back(column);
+      index->tabs.push_back(at);
+      index->tab_columns.push_back(column);
     } else {
       ++column;
-      if ((byte & 0xC0) == 0x80) continuations_.push_back(at);
-      if (byte >= 0xF0) four_byte_leads_.push_back(at);
+      if ((byte & 0xC0) == 0x80) index->continuations.push_back(at);
+      if (byte >= 0xF0) index->four_byte_leads.push_back(at);
     }
   }
+}
+
+SyntaxTree::SyntaxTree(std::string_view source) : source_(source), tokens_(Scan(source)) {
+  ByteIndex index;
+  index.line_starts.push_back(0);
+  IndexBytes(source, 0, static_cast<uint32_t>(source.size()), &index);
+  line_starts_ = std::move(index.line_starts);
+  continuations_ = std::move(index.continuations);
+  four_byte_leads_ = std::move(index.four_byte_leads);
+  tabs_ = std::move(index.tabs);
+  tab_columns_ = std::move(index.tab_columns);
   Parser(*this).Run();
   for (const Token& token : tokens_) errors_ += token.kind == TokenKind::kError;
+}
+
+namespace {
+
+// Replaces V[FROM, TO) with [FIRST, LAST), moving the tail once.
+template <typename Vector, typename Iterator>
+void ReplaceRange(Vector& v, size_t from, size_t to, Iterator first, Iterator last) {
+  const size_t count = static_cast<size_t>(last - first), old = to - from;
+  if (count > old) {
+    v.insert(v.begin() + static_cast<std::ptrdiff_t>(to), first + static_cast<std::ptrdiff_t>(old), last);
+  } else if (count < old) {
+    v.erase(v.begin() + static_cast<std::ptrdiff_t>(from + count),
+            v.begin() + static_cast<std::ptrdiff_t>(to));
+  }
+  std::copy(first, first + static_cast<std::ptrdiff_t>(std::min(count, old)),
+            v.begin() + static_cast<std::ptrdiff_t>(from));
+}
+
+// A sorted vector of byte offsets whose entries in [FROM, TO) become FRESH and whose later ones
+// move by DELTA; the same index range of PARALLEL (when given) becomes FRESH_PARALLEL.
+template <typename Parallel = std::vector<int>>
+void ReplaceOffsets(std::vector<uint32_t>& v, uint32_t from, uint32_t to, const std::vector<uint32_t>& fresh,
+                    int64_t delta, Parallel* parallel = nullptr, const Parallel* fresh_parallel = nullptr) {
+  const size_t lo = static_cast<size_t>(std::lower_bound(v.begin(), v.end(), from) - v.begin());
+  const size_t hi = static_cast<size_t>(std::lower_bound(v.begin(), v.end(), to) - v.begin());
+  ReplaceRange(v, lo, hi, fresh.begin(), fresh.end());
+  if (parallel != nullptr) ReplaceRange(*parallel, lo, hi, fresh_parallel->begin(), fresh_parallel->end());
+  for (size_t i = lo + fresh.size(); i < v.size(); ++i) v[i] = static_cast<uint32_t>(v[i] + delta);
+}
+
+}  // namespace
+
+void SyntaxTree::ReplaceRootEntry(std::string_view source, int32_t entry, const SyntaxTree& entry_tree) {
+  const Node old = nodes_[static_cast<size_t>(entry)];
+  const uint32_t begin = tokens_[old.first].begin;
+  const uint32_t old_end = tokens_[old.end - 1].end();
+  const int64_t delta = static_cast<int64_t>(entry_tree.source().size()) - (old_end - begin);
+
+  // The line of ENTRY's first byte to the end of the line of its last are indexed anew: the
+  // columns of tabs after it on that line may have moved.
+  const uint32_t line_start = *(std::upper_bound(line_starts_.begin(), line_starts_.end(), begin) - 1);
+  const auto next_line = std::upper_bound(line_starts_.begin(), line_starts_.end(), old_end);
+  const uint32_t old_lines_end =
+      next_line == line_starts_.end() ? static_cast<uint32_t>(source_.size()) : *next_line;
+  const uint32_t new_lines_end = static_cast<uint32_t>(old_lines_end + delta);
+  ByteIndex fresh;
+  IndexBytes(source, line_start, new_lines_end, &fresh);
+  // Line starts are the bytes after line breaks: those in (LINE_START, OLD_LINES_END] are ENTRY's.
+  ReplaceOffsets(line_starts_, line_start + 1, old_lines_end + 1, fresh.line_starts, delta);
+  ReplaceOffsets(continuations_, line_start, old_lines_end, fresh.continuations, delta);
+  ReplaceOffsets(four_byte_leads_, line_start, old_lines_end, fresh.four_byte_leads, delta);
+  ReplaceOffsets(tabs_, line_start, old_lines_end, fresh.tabs, delta, &tab_columns_, &fresh.tab_columns);
+
+  // Tokens: ENTRY's are ENTRY_TREE's, moved to BEGIN; those after move by DELTA.
+  const int64_t token_delta = static_cast<int64_t>(entry_tree.tokens_.size()) - (old.end - old.first);
+  for (uint32_t i = old.first; i < old.end; ++i) errors_ -= tokens_[i].kind == TokenKind::kError;
+  errors_ += entry_tree.errors_;
+  ReplaceRange(tokens_, old.first, old.end, entry_tree.tokens_.begin(), entry_tree.tokens_.end());
+  for (size_t i = old.first; i < old.first + entry_tree.tokens_.size(); ++i) tokens_[i].begin += begin;
+  for (size_t i = old.first + entry_tree.tokens_.size(); i < tokens_.size(); ++i)
+    tokens_[i].begin = static_cast<uint32_t>(tokens_[i].begin + delta);
+
+  // Nodes are numbered in preorder: ENTRY's subtree runs from ENTRY to its last descendant.
+  int32_t last = entry;
+  while (nodes_[static_cast<size_t>(last)].last_child >= 0)
+    last = nodes_[static_cast<size_t>(last)].last_child;
+  const auto subtree_end = static_cast<size_t>(last) + 1;
+  const int64_t node_delta = static_cast<int64_t>(entry_tree.nodes_.size() - 1) - (subtree_end - entry);
+  const auto moved_node = [&](int32_t n) {
+    return n >= static_cast<int64_t>(subtree_end) ? static_cast<int32_t>(n + node_delta) : n;
+  };
+  const auto moved_token = [&](uint32_t t) {
+    return t >= old.end ? static_cast<uint32_t>(t + token_delta) : t;
+  };
+  Nodes replacement(entry_tree.nodes_.begin() + 1, entry_tree.nodes_.end());
+  const auto placed = [&](int32_t n) { return n < 0 ? n : n - 1 + entry; };
+  for (Node& node : replacement) {
+    node.first += old.first;
+    node.end += old.first;
+    if (node.kind == NodeKind::kField) node.name_end += old.first;
+    node.parent = node.parent == 0 ? old.parent : placed(node.parent);
+    node.first_child = placed(node.first_child);
+    node.last_child = placed(node.last_child);
+    node.next_sibling = placed(node.next_sibling);
+  }
+  replacement[0].next_sibling = moved_node(old.next_sibling);
+  ReplaceRange(nodes_, static_cast<size_t>(entry), subtree_end, replacement.begin(), replacement.end());
+  const size_t replaced_end = static_cast<size_t>(entry) + replacement.size();
+  for (size_t i = 0; i < nodes_.size(); ++i) {
+    if (i == static_cast<size_t>(entry)) i = replaced_end;
+    if (i >= nodes_.size()) break;
+    Node& node = nodes_[i];
+    node.first = moved_token(node.first);
+    node.end = moved_token(node.end);
+    if (node.kind == NodeKind::kField) node.name_end = moved_token(node.name_end);
+    node.parent = moved_node(node.parent);
+    node.first_child = moved_node(node.first_child);
+    node.last_child = moved_node(node.last_child);
+    node.next_sibling = moved_node(node.next_sibling);
+  }
+  source_ = source;
 }
 
 std::string_view SyntaxTree::Text(uint32_t first, uint32_t end) const {
@@ -336,10 +447,10 @@ std::string_view SyntaxTree::Text(uint32_t first, uint32_t end) const {
   return source_.substr(begin, tokens_[std::min<size_t>(end, tokens_.size()) - 1].end() - begin);
 }
 
-std::string SyntaxTree::Name(const Node& field) const {
+std::string SyntaxTree::Name(const Node& field, std::string_view source) const {
   std::string name;
   for (uint32_t i = field.first; i < field.name_end; ++i)
-    if (!tokens_[i].trivia()) name += Text(tokens_[i]);
+    if (!tokens_[i].trivia()) name += source.substr(tokens_[i].begin, tokens_[i].length);
   return name;
 }
 

@@ -128,10 +128,21 @@ class SyntaxTree {
   // A node's bytes, from its first token to its last.
   std::string_view Text(const Node& node) const { return Text(node.first, node.end); }
   // The name a field node gives, as written ("camx", "[ext.name]").
-  std::string Name(const Node& field) const;
+  std::string Name(const Node& field) const { return Name(field, source_); }
+  // The same name read from SOURCE, another text holding the same bytes there.
+  std::string Name(const Node& field, std::string_view source) const;
 
   // The tokens in order, trivia included: the source again, byte for byte.
   std::string Print() const;
+
+  // Makes this the tree of SOURCE, a text that differs from this tree's only inside root field
+  // ENTRY: ENTRY_TREE is the tree of ENTRY's new bytes alone, which start where ENTRY started.
+  // The caller vouches that both trees are free of errors, that ENTRY_TREE holds one root field
+  // spanning all of its bytes, and that the bytes at the seams of ENTRY (its first and last) are
+  // unchanged and border on trivia or a symbol: tokenizing and parsing SOURCE then reaches ENTRY
+  // and leaves it as here, and the tree that results equals SyntaxTree(SOURCE), node for node.
+  // Costs a pass over the tokens and nodes after ENTRY, not a parse of the rest.
+  void ReplaceRootEntry(std::string_view source, int32_t entry, const SyntaxTree& entry_tree);
 
   // For each token, the outermost node that starts at it, or -1: where a position protobuf
   // reports, or the token after a comment, leads in the tree.
@@ -161,6 +172,14 @@ class SyntaxTree {
   std::vector<uint32_t> continuations_, four_byte_leads_, tabs_;
   std::vector<int> tab_columns_;
   int errors_ = 0;
+
+  // Adds the line starts, UTF-8 marks and tabs of SOURCE's bytes [FROM, TO) to these vectors;
+  // FROM must start a line.
+  struct ByteIndex {
+    std::vector<uint32_t> line_starts, continuations, four_byte_leads, tabs;
+    std::vector<int> tab_columns;
+  };
+  static void IndexBytes(std::string_view source, uint32_t from, uint32_t to, ByteIndex* index);
 
   friend class Parser;
 };

@@ -43,13 +43,33 @@ void Analysis::Work(const std::string& file, uint64_t max_bytes) {
                  [raw = std::string_view(loaded_.raw)] { return std::make_unique<syntax::SyntaxTree>(raw); });
   parsed_ = ParseLoaded(Format::kText, &loaded_, &diagnostics_);
   loaded_.OfferSyntax(built.get());
-  if (parsed_) {
-    CheckOptions options;
-    // Enough to show every finding a person fixes by hand; a note says how many more a rule has.
-    options.max_per_rule = 1000;
-    diagnostics_ = RunChecks(loaded_, options);
-  }
+  if (parsed_) Check();
   ids_ = std::make_unique<IdIndex>(tree());
+}
+
+void Analysis::Check() {
+  CheckOptions options;
+  // Enough to show every finding a person fixes by hand; a note says how many more a rule has.
+  options.max_per_rule = 1000;
+  diagnostics_ = RunChecks(loaded_, options);
+}
+
+bool Analysis::Update(std::string& text, uint32_t begin, uint32_t old_end, uint32_t new_end,
+                      uint64_t max_bytes) {
+  if (!parsed_ || unread_ || text.size() > max_bytes) return false;
+  loaded_.raw = std::move(text);
+  try {
+    if (!loaded_.RereadEditedEntry(begin, old_end, new_end)) {
+      text = std::move(loaded_.raw);
+      return false;
+    }
+    Check();
+    ids_ = std::make_unique<IdIndex>(tree());
+  } catch (...) {
+    text = std::move(loaded_.raw);
+    throw;
+  }
+  return true;
 }
 
 std::pair<uint32_t, uint32_t> Analysis::Span(const Diagnostic& diagnostic) const {

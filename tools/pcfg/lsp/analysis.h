@@ -24,6 +24,14 @@ class Analysis {
   // the work throw, TEXT is given back before the exception leaves.
   Analysis(const std::string& file, std::string&& text, uint64_t max_bytes = kDefaultMaxInputBytes);
 
+  // Makes this the analysis of TEXT, which differs from the text analysed (taken back by now)
+  // by bytes [BEGIN, OLD_END) having become [BEGIN, NEW_END), when the edit allows reading one
+  // entry alone (LoadedConfig::RereadEditedEntry); the rules then run on the whole again. True
+  // when done, TEXT then held here; false (TEXT left as it was) when the text must be analysed
+  // anew, and this analysis is spoilt.
+  bool Update(std::string& text, uint32_t begin, uint32_t old_end, uint32_t new_end,
+              uint64_t max_bytes = kDefaultMaxInputBytes);
+
   const LoadedConfig& loaded() const { return loaded_; }
   const std::string& text() const { return unread_ ? *unread_ : loaded_.raw; }
   // The text, given back to whoever lent it; nothing of the analysis may be used after.
@@ -40,6 +48,7 @@ class Analysis {
 
  private:
   void Work(const std::string& file, uint64_t max_bytes);
+  void Check();
 
   LoadedConfig loaded_;
   std::optional<std::string> unread_;  // the text, when over the limit: loaded_ then holds none

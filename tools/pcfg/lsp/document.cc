@@ -71,13 +71,56 @@ bool Document::Change(const std::optional<Range>& range, const std::string& text
   if (borrowed_ != nullptr) throw std::logic_error("a document changed while its text is lent");
   if (!range) {
     text_ = text;
-  } else {
-    const uint32_t begin = Offset(range->start, encoding), end = Offset(range->end, encoding);
-    if (end < begin) return false;
-    text_.replace(begin, end - begin, text);
+    lent_ = false;
+    IndexLines();
+    return true;
   }
-  IndexLines();
+  const uint32_t begin = Offset(range->start, encoding), end = Offset(range->end, encoding);
+  if (end < begin) return false;
+  text_.replace(begin, end - begin, text);
+  ReindexReplaced(begin, end, text);
+  if (!edit_) {
+    edit_ = Edit{begin, end, static_cast<uint32_t>(begin + text.size())};
+  } else {
+    // Merged with the edit before: from the first byte either touched to the last, the bytes
+    // after the two alike in the text lent and now.
+    const uint32_t last = std::max(edit_->new_end, end);
+    edit_->old_end += last - edit_->new_end;
+    edit_->new_end = static_cast<uint32_t>(last + text.size() - (end - begin));
+    edit_->begin = std::min(edit_->begin, begin);
+  }
   return true;
+}
+
+namespace {
+
+// Sorted byte offsets: those in [FROM, TO) become FRESH, the later ones move by DELTA.
+void ReplaceMarks(std::vector<uint32_t>& marks, uint32_t from, uint32_t to,
+                  const std::vector<uint32_t>& fresh, int64_t delta) {
+  const auto lo = std::lower_bound(marks.begin(), marks.end(), from);
+  const auto hi = std::lower_bound(lo, marks.end(), to);
+  const size_t at = static_cast<size_t>(lo - marks.begin());
+  marks.insert(marks.erase(lo, hi), fresh.begin(), fresh.end());
+  for (size_t i = at + fresh.size(); i < marks.size(); ++i)
+    marks[i] = static_cast<uint32_t>(marks[i] + delta);
+}
+
+}  // namespace
+
+void Document::ReindexReplaced(uint32_t begin, uint32_t end, const std::string& replacement) {
+  std::vector<uint32_t> starts, continuations, four_byte_leads;
+  for (uint32_t i = 0; i < replacement.size(); ++i) {
+    const unsigned char byte = static_cast<unsigned char>(replacement[i]);
+    if (byte == '\n') starts.push_back(begin + i + 1);
+    if (byte < 0x80) continue;
+    if ((byte & 0xC0) == 0x80) continuations.push_back(begin + i);
+    if (byte >= 0xF0) four_byte_leads.push_back(begin + i);
+  }
+  const int64_t delta = static_cast<int64_t>(replacement.size()) - (end - begin);
+  // A line starts after each line break: those of the bytes replaced are in (BEGIN, END].
+  ReplaceMarks(line_starts_, begin + 1, end + 1, starts, delta);
+  ReplaceMarks(continuations_, begin, end, continuations, delta);
+  ReplaceMarks(four_byte_leads_, begin, end, four_byte_leads, delta);
 }
 
 }  // namespace pcfg::lsp

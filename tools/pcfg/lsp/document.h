@@ -40,9 +40,24 @@ class Document {
   bool Change(const std::optional<Range>& range, const std::string& text, PositionEncoding encoding);
   void set_version(int version) { version_ = version; }
 
+  // What the changes since the text was last lent did, as one edit: bytes [begin, old_end) of
+  // the text lent became [begin, new_end). Absent when nothing is known of it (never lent, or
+  // replaced whole).
+  struct Edit {
+    uint32_t begin = 0, old_end = 0, new_end = 0;
+  };
+  std::optional<Edit> edit_since_lent() const {
+    if (!lent_) return std::nullopt;
+    return edit_ ? *edit_ : Edit{};
+  }
+
   // The text handed over to whoever analyses it, so that a large document is held once: read
   // meanwhile at *HOLDER (see Borrow), and given back (Reclaim) before it changes.
-  std::string Lend() { return std::move(text_); }
+  std::string Lend() {
+    lent_ = true;
+    edit_.reset();
+    return std::move(text_);
+  }
   void Borrow(const std::string* holder) { borrowed_ = holder; }
   void Reclaim(std::string text) {
     text_ = std::move(text);
@@ -51,7 +66,12 @@ class Document {
 
  private:
   void IndexLines();
+  // Bytes [BEGIN, END) replaced by REPLACEMENT: the line and UTF-8 marks moved, those of
+  // REPLACEMENT added, in a pass over the marks rather than the text.
+  void ReindexReplaced(uint32_t begin, uint32_t end, const std::string& replacement);
   std::string uri_;
+  bool lent_ = false;         // whether EDIT_ tells what changed since
+  std::optional<Edit> edit_;  // none yet
   std::string text_;
   const std::string* borrowed_ = nullptr;
   int version_;

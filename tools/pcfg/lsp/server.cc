@@ -247,6 +247,7 @@ Json Server::DidOpen(const Json& params) {
   OpenDocument& open = documents_[uri];
   open.document = std::move(document);
   open.analysis.reset();
+  open.previous.reset();
   open.last_good = Json::array();
   open.publish = true;
   return nullptr;
@@ -305,9 +306,16 @@ Server::OpenDocument* Server::Find(const Json& params) {
 
 const Analysis& Server::AnalysisOf(OpenDocument& open) {
   if (!open.analysis) {
+    const std::optional<Document::Edit> edit = open.document->edit_since_lent();
     std::string text = open.document->Lend();
+    std::shared_ptr<Analysis> previous = std::move(open.previous);
     try {
-      open.analysis = std::make_shared<Analysis>(FileOf(open.document->uri()), std::move(text));
+      // An edit inside one entry is read alone; anything else, the whole text again.
+      if (previous && edit && previous->Update(text, edit->begin, edit->old_end, edit->new_end))
+        open.analysis = std::move(previous);
+      previous.reset();
+      if (!open.analysis)
+        open.analysis = std::make_shared<Analysis>(FileOf(open.document->uri()), std::move(text));
     } catch (...) {
       open.document->Reclaim(std::move(text));  // given back by the analysis that failed
       throw;

@@ -58,12 +58,14 @@ class Server {
     Json last_good;  // rule findings of the last text that parsed
     bool publish = false;
 
-    // Drops the analysis, the document taking its text back first.
+    // Sets the analysis aside, the document taking its text back first: the next analysis may
+    // start from it (Analysis::Update).
     void ForgetAnalysis() {
       if (!analysis) return;
       document->Reclaim(analysis->TakeText());
-      analysis.reset();
+      previous = std::move(analysis);
     }
+    std::shared_ptr<Analysis> previous;  // of an earlier text, which the document holds now
   };
   using Handler = Json (Server::*)(const Json& params);
   struct Method {
