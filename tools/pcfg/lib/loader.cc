@@ -367,7 +367,9 @@ class CountingErrorCollector : public gp::io::ErrorCollector {
 bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t new_end) {
   if (format != Format::kText || !syntax_ || syntax_->has_errors() || begin > old_end || begin > new_end)
     return false;
-  if (arena_after_first_edit_ != 0 && arena_->SpaceAllocated() > 2 * arena_after_first_edit_) return false;
+  if (arena_after_first_edit_ != 0 &&
+      arena_->SpaceAllocated() > arena_after_first_edit_ + arena_after_first_edit_ / 8)
+    return false;
   syntax::SyntaxTree& tree = *syntax_;
   const syntax::Tokens& tokens = tree.tokens();
   const int64_t delta = static_cast<int64_t>(new_end) - old_end;
@@ -406,7 +408,7 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   for (const int32_t child : tree.ChildrenOf(tree.root())) {
     if (child == entry) break;
     const syntax::Node& before = tree.node(child);
-    if (before.kind != syntax::NodeKind::kField || before.first_child < 0 || tree.Name(before, raw) != name)
+    if (before.kind != syntax::NodeKind::kField || before.first_child < 0 || !tree.NameIs(before, name, raw))
       continue;
     const syntax::Node& value = tree.node(before.first_child);
     if (value.kind != syntax::NodeKind::kList) {

@@ -85,7 +85,7 @@ class LoadedConfig {
   mutable std::unique_ptr<LineIndex> lines_;
   mutable std::unique_ptr<WireLocator> wire_locations_;
   // The arena's size after the first edit read in place: each edit leaves the old entry on the
-  // arena, so past twice that the text is parsed anew.
+  // arena, so past an eighth more the text is parsed anew (and the arena starts afresh).
   uint64_t arena_after_first_edit_ = 0;
 };
 

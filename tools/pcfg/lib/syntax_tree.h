@@ -131,6 +131,13 @@ class SyntaxTree {
   std::string Name(const Node& field) const { return Name(field, source_); }
   // The same name read from SOURCE, another text holding the same bytes there.
   std::string Name(const Node& field, std::string_view source) const;
+  // Whether field node FIELD gives NAME, without building the name (read from SOURCE if given).
+  bool NameIs(const Node& field, std::string_view name, std::string_view source = {}) const {
+    if (source.data() == nullptr) source = source_;
+    if (field.name_end == field.first + 1)
+      return source.substr(tokens_[field.first].begin, tokens_[field.first].length) == name;
+    return Name(field, source) == name;
+  }
 
   // The tokens in order, trivia included: the source again, byte for byte.
   std::string Print() const;

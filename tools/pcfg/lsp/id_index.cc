@@ -99,7 +99,7 @@ class Builder {
   void ForEachField(int32_t message, std::string_view name, const Visit& visit) {
     for (const int32_t child : tree_.ChildrenOf(tree_.node(message))) {
       const Node& field = tree_.node(child);
-      if (field.kind == NodeKind::kField && tree_.Name(field) == name) visit(field);
+      if (field.kind == NodeKind::kField && tree_.NameIs(field, name)) visit(field);
     }
   }
 

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Line and branch coverage of pcfg (tools/pcfg) by the test suite, with gcovr: builds the
+# project with --coverage in its own folder (Debug, no benchmarks), runs ctest there and prints
+# gcovr's summary per file. Branches that exist only for exceptions the compiler adds (every
+# call that may throw) are left out, as are the branches gcovr cannot tie to a line of source.
+#
+#   scripts/coverage.sh [CTEST-ARGUMENT...]
+#
+# COVERAGE_BUILD_DIR  the build folder (build-coverage)
+# COVERAGE_HTML       also write an HTML report there (a file path), when set
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${COVERAGE_BUILD_DIR:-build-coverage}
+
+scripts/setup.sh --no-npm gcovr
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS="--coverage" \
+  -DCMAKE_EXE_LINKER_FLAGS="--coverage" -DCMAKE_SHARED_LINKER_FLAGS="--coverage" \
+  -DPERIPHERALCONFIG_BUILD_BENCHMARKS=OFF >/dev/null
+cmake --build "$build" -j"$(nproc)"
+find "$build" -name '*.gcda' -delete
+ctest --test-dir "$build" -j"$(nproc)" --output-on-failure -LE editors "$@"
+
+gcovr_args=(--root . --filter 'tools/pcfg/' --exclude-throw-branches --exclude-unreachable-branches
+  --object-directory "$build" --gcov-ignore-parse-errors)
+# Per file, fewest branches taken first, then the totals of lines and branches.
+gcovr "${gcovr_args[@]}" --branches --sort-percentage --print-summary
+if [ -n "${COVERAGE_HTML:-}" ]; then gcovr "${gcovr_args[@]}" --html-details "$COVERAGE_HTML"; fi
