@@ -36,6 +36,11 @@ async function activate(context) {
       if (client) await client.stop().catch(() => {});
       await start(context);
     }),
+    // The "N references" lens over each entry: the editor's own references view at its id.
+    vscode.commands.registerCommand('pcfg.showReferences', async (uri, position) => {
+      const at = new vscode.Position(position.line, position.character);
+      await vscode.commands.executeCommand('editor.action.findReferences', vscode.Uri.parse(uri), at);
+    }),
     vscode.workspace.onDidChangeConfiguration(async (event) => {
       if (event.affectsConfiguration('pcfg.path')) await vscode.commands.executeCommand('pcfg.restartServer');
     }));

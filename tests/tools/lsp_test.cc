@@ -323,7 +323,19 @@ void ExpectSameAnalysis(const pcfg::lsp::Analysis& got, const pcfg::lsp::Analysi
     return all;
   };
   EXPECT_EQ(findings(got), findings(want));
-  EXPECT_EQ(got.ids().occurrences().size(), want.ids().occurrences().size());
+  const auto ids = [](const pcfg::lsp::Analysis& analysis) {
+    std::vector<std::string> all;
+    for (const pcfg::lsp::IdOccurrence& o : analysis.ids().occurrences()) {
+      const auto* definition = analysis.ids().Definition(o.space, o.id);
+      all.push_back(o.id + " " + std::to_string(o.begin) + "-" + std::to_string(o.end) + " " +
+                    std::to_string(static_cast<int>(o.space)) + o.kind + o.role + " " + std::to_string(o.entry) +
+                    (o.definition ? " d" : "") + (o.simple ? " s" : "") + (o.key ? " k" : "") + " first at " +
+                    std::to_string(definition != nullptr ? definition->begin : 0) + " of " +
+                    std::to_string(analysis.ids().All(o.space, o.id).size()));
+    }
+    return all;
+  };
+  EXPECT_EQ(ids(got), ids(want));
 }
 
 TEST(Lsp, AnEditInsideOneEntryIsReadAlone) {
@@ -630,6 +642,8 @@ TEST(Lsp, HintsLensesAndRelatedPlaces) {
   const Json lenses = session.Request("textDocument/codeLens", {{"textDocument", {{"uri", kUri}}}})["result"];
   ASSERT_EQ(lenses.size(), 4u) << "cam0, cams, imu0 and the template: " << lenses.dump();
   EXPECT_EQ(lenses[0]["command"]["title"], "3 references");
+  EXPECT_EQ(lenses[0]["command"]["command"], "pcfg.showReferences");
+  EXPECT_EQ(lenses[0]["command"]["arguments"], Json::array({kUri, lenses[0]["range"]["start"]}));
   EXPECT_EQ(lenses[2]["command"]["title"], "0 references");
   EXPECT_EQ(lenses[3]["command"]["title"], "1 reference");
 

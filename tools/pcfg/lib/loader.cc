@@ -364,7 +364,8 @@ class CountingErrorCollector : public gp::io::ErrorCollector {
 
 }  // namespace
 
-bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t new_end) {
+bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t new_end,
+                                     syntax::SyntaxTree::Replaced* replaced) {
   if (format != Format::kText || !syntax_ || syntax_->has_errors() || begin > old_end || begin > new_end)
     return false;
   if (arena_after_first_edit_ != 0 &&
@@ -449,7 +450,8 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
 
   gp::Message* target = reflection->MutableRepeatedMessage(&config, field, index);
   target->GetReflection()->Swap(target, reflection->MutableRepeatedMessage(read, field, 0));
-  tree.ReplaceRootEntry(raw, entry, entry_tree);
+  const syntax::SyntaxTree::Replaced moved = tree.ReplaceRootEntry(raw, entry, entry_tree);
+  if (replaced != nullptr) *replaced = moved;
   values_by_name_.clear();
   if (arena_after_first_edit_ == 0) arena_after_first_edit_ = arena_->SpaceAllocated();
   return true;

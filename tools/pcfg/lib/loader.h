@@ -70,7 +70,9 @@ class LoadedConfig {
   // entry again, that entry alone is read and put in place, in the configuration and in the
   // syntax tree, and true is returned: the result is what parsing all of RAW gives. Otherwise
   // false, and this must be parsed anew (it may be half changed).
-  bool RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t new_end);
+  // REPLACED, when given, tells what moved in the tree.
+  bool RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t new_end,
+                         syntax::SyntaxTree::Replaced* replaced = nullptr);
 
  private:
   // The values of the fields named NAME in message node MESSAGE of the syntax tree, in order, a

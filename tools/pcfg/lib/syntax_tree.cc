@@ -370,7 +370,8 @@ void ReplaceOffsets(std::vector<uint32_t>& v, uint32_t from, uint32_t to, const 
 
 }  // namespace
 
-void SyntaxTree::ReplaceRootEntry(std::string_view source, int32_t entry, const SyntaxTree& entry_tree) {
+SyntaxTree::Replaced SyntaxTree::ReplaceRootEntry(std::string_view source, int32_t entry,
+                                                  const SyntaxTree& entry_tree) {
   const Node old = nodes_[static_cast<size_t>(entry)];
   const uint32_t begin = tokens_[old.first].begin;
   const uint32_t old_end = tokens_[old.end - 1].end();
@@ -439,6 +440,7 @@ void SyntaxTree::ReplaceRootEntry(std::string_view source, int32_t entry, const 
     node.next_sibling = moved_node(node.next_sibling);
   }
   source_ = source;
+  return {entry, begin, old_end, delta, static_cast<int32_t>(subtree_end), node_delta};
 }
 
 std::string_view SyntaxTree::Text(uint32_t first, uint32_t end) const {

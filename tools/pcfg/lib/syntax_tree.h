@@ -149,7 +149,14 @@ class SyntaxTree {
   // unchanged and border on trivia or a symbol: tokenizing and parsing SOURCE then reaches ENTRY
   // and leaves it as here, and the tree that results equals SyntaxTree(SOURCE), node for node.
   // Costs a pass over the tokens and nodes after ENTRY, not a parse of the rest.
-  void ReplaceRootEntry(std::string_view source, int32_t entry, const SyntaxTree& entry_tree);
+  struct Replaced {
+    int32_t entry = -1;               // the root field replaced, the same node before and after
+    uint32_t begin = 0, old_end = 0;  // its bytes before
+    int64_t byte_delta = 0;           // how far the bytes after it moved
+    int32_t old_nodes_end = 0;        // the node after its subtree, before
+    int64_t node_delta = 0;           // how far the nodes after it moved
+  };
+  Replaced ReplaceRootEntry(std::string_view source, int32_t entry, const SyntaxTree& entry_tree);
 
   // For each token, the outermost node that starts at it, or -1: where a position protobuf
   // reports, or the token after a comment, leads in the tree.

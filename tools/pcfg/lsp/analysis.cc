@@ -59,12 +59,13 @@ bool Analysis::Update(std::string& text, uint32_t begin, uint32_t old_end, uint3
   if (!parsed_ || unread_ || text.size() > max_bytes) return false;
   loaded_.raw = std::move(text);
   try {
-    if (!loaded_.RereadEditedEntry(begin, old_end, new_end)) {
+    syntax::SyntaxTree::Replaced replaced;
+    if (!loaded_.RereadEditedEntry(begin, old_end, new_end, &replaced)) {
       text = std::move(loaded_.raw);
       return false;
     }
     Check();
-    ids_ = std::make_unique<IdIndex>(tree());
+    ids_->Update(tree(), replaced);
   } catch (...) {
     text = std::move(loaded_.raw);
     throw;

@@ -63,12 +63,19 @@ class Builder {
   Builder(const SyntaxTree& tree, std::vector<IdOccurrence>* out) : tree_(tree), out_(out) {}
 
   void Run() {
-    for (const int32_t field : tree_.ChildrenOf(tree_.root())) {
-      const Node& node = tree_.node(field);
-      if (node.kind != NodeKind::kField) continue;
-      const std::string list = tree_.Name(node);
-      ForEachMessage(node, [&](int32_t entry) { Entry(list, entry); });
-    }
+    for (const int32_t field : tree_.ChildrenOf(tree_.root())) RootField(field);
+    Sort();
+  }
+
+  // The occurrences in root field node FIELD.
+  void RootField(int32_t field) {
+    const Node& node = tree_.node(field);
+    if (node.kind != NodeKind::kField) return;
+    const std::string list = tree_.Name(node);
+    ForEachMessage(node, [&](int32_t entry) { Entry(list, entry); });
+  }
+
+  void Sort() {
     std::sort(out_->begin(), out_->end(),
               [](const IdOccurrence& a, const IdOccurrence& b) { return a.begin < b.begin; });
   }
@@ -185,6 +192,30 @@ bool StringValue(const SyntaxTree& tree, const Node& value, std::string* out) {
 
 IdIndex::IdIndex(const SyntaxTree& tree) {
   Builder(tree, &occurrences_).Run();
+  IndexById();
+}
+
+void IdIndex::Update(const SyntaxTree& tree, const SyntaxTree::Replaced& replaced) {
+  std::vector<IdOccurrence> fresh;
+  Builder builder(tree, &fresh);
+  builder.RootField(replaced.entry);
+  builder.Sort();
+  const auto by_begin = [](const IdOccurrence& o, uint32_t at) { return o.begin < at; };
+  const auto first = std::lower_bound(occurrences_.begin(), occurrences_.end(), replaced.begin, by_begin);
+  const auto last = std::lower_bound(first, occurrences_.end(), replaced.old_end, by_begin);
+  for (auto moved = last; moved != occurrences_.end(); ++moved) {
+    moved->begin = static_cast<uint32_t>(moved->begin + replaced.byte_delta);
+    moved->end = static_cast<uint32_t>(moved->end + replaced.byte_delta);
+    if (moved->entry >= replaced.old_nodes_end)
+      moved->entry = static_cast<int32_t>(moved->entry + replaced.node_delta);
+  }
+  occurrences_.insert(occurrences_.erase(first, last), std::make_move_iterator(fresh.begin()),
+                      std::make_move_iterator(fresh.end()));
+  for (auto& ids : by_id_) ids.clear();
+  IndexById();
+}
+
+void IdIndex::IndexById() {
   for (uint32_t i = 0; i < occurrences_.size(); ++i)
     by_id_[static_cast<int>(occurrences_[i].space)][occurrences_[i].id].push_back(i);
 }

@@ -37,6 +37,9 @@ bool ReferenceKindOf(std::string_view list, std::string_view path, IdSpace* spac
 class IdIndex {
  public:
   explicit IdIndex(const syntax::SyntaxTree& tree);
+  // After TREE had one root entry replaced (REPLACED): that entry's occurrences read again, the
+  // others moved. The same as an index built from TREE.
+  void Update(const syntax::SyntaxTree& tree, const syntax::SyntaxTree::Replaced& replaced);
 
   const std::vector<IdOccurrence>& occurrences() const { return occurrences_; }
   // The occurrence whose range holds byte OFFSET (its end included), or null.
@@ -50,6 +53,7 @@ class IdIndex {
   std::vector<const IdOccurrence*> Definitions(IdSpace space, std::string_view kind = {}) const;
 
  private:
+  void IndexById();
   std::vector<IdOccurrence> occurrences_;                            // in text order
   std::unordered_map<std::string, std::vector<uint32_t>> by_id_[2];  // per space: occurrences, in order
 };

@@ -744,11 +744,15 @@ Json Server::CodeLenses(const Json& params) {
     if (!o.definition || analysis.ids().Definition(o.space, o.id) != &o) continue;
     size_t references = 0;
     for (const IdOccurrence* other : analysis.ids().All(o.space, o.id)) references += !other->definition;
+    // The command is the editor's to run (the VS Code extension shows the references); the
+    // server offers none of its own, so a client without it shows the title alone.
+    const Json range = RangeJson(document, o.begin, o.end);
     lenses.push_back(
-        {{"range", RangeJson(document, o.begin, o.end)},
+        {{"range", range},
          {"command",
           {{"title", std::to_string(references) + (references == 1 ? " reference" : " references")},
-           {"command", ""}}}});
+           {"command", "pcfg.showReferences"},
+           {"arguments", {document.uri(), range["start"]}}}}});
   }
   return lenses;
 }
