@@ -188,6 +188,13 @@ TEST(Lsp, NegotiatesThePositionEncoding) {
   utf16.Open(after);
   utf16.set_text(after);
   EXPECT_EQ(utf16.At("textDocument/hover", "z")["range"], Range(0, 19, 23));
+  // A client that asked for no markdown gets the note without its marks.
+  const Json plain = utf16.At("textDocument/hover", "id", 0)["contents"];
+  EXPECT_EQ(plain["kind"], "plaintext");
+  EXPECT_EQ(plain["value"].get<std::string>().rfind(
+                "string id = 1;\nin Talvo.Peripherals.Config.Models.Peripheral", 0),
+            0u)
+      << plain.dump();
   utf8.Open(after);
   utf8.set_text(after);
   EXPECT_EQ(utf8.At("textDocument/hover", "z")["range"], Range(0, 19, 26));
@@ -328,8 +335,9 @@ void ExpectSameAnalysis(const pcfg::lsp::Analysis& got, const pcfg::lsp::Analysi
     for (const pcfg::lsp::IdOccurrence& o : analysis.ids().occurrences()) {
       const auto* definition = analysis.ids().Definition(o.space, o.id);
       all.push_back(o.id + " " + std::to_string(o.begin) + "-" + std::to_string(o.end) + " " +
-                    std::to_string(static_cast<int>(o.space)) + o.kind + o.role + " " + std::to_string(o.entry) +
-                    (o.definition ? " d" : "") + (o.simple ? " s" : "") + (o.key ? " k" : "") + " first at " +
+                    std::to_string(static_cast<int>(o.space)) + o.kind + o.role + " " +
+                    std::to_string(o.entry) + (o.definition ? " d" : "") + (o.simple ? " s" : "") +
+                    (o.key ? " k" : "") + " first at " +
                     std::to_string(definition != nullptr ? definition->begin : 0) + " of " +
                     std::to_string(analysis.ids().All(o.space, o.id).size()));
     }
@@ -364,34 +372,49 @@ TEST(Lsp, AnEditInsideOneEntryIsReadAlone) {
       {"one entry made two", "id: \"prox0\"", "id: \"prox0\" } peripherals { id: \"prox1\"", false},
       {"a field set twice", "id: \"prox0\"", "id: \"prox0\" id: \"prox1\"", false},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.what);
-    const size_t at = example.find(c.before);
-    ASSERT_NE(at, std::string::npos);
-    std::string edited = example;
-    edited.replace(at, c.before.size(), c.after);
-    pcfg::lsp::Analysis analysis("t.txtpb", example);
-    ASSERT_TRUE(analysis.parsed());
-    analysis.TakeText();  // as the document takes it back before it changes
-    std::string text = edited;
-    const bool alone =
-        analysis.Update(text, static_cast<uint32_t>(at), static_cast<uint32_t>(at + c.before.size()),
-                        static_cast<uint32_t>(at + c.after.size()));
-    EXPECT_EQ(alone, c.alone);
-    if (!alone) {
-      EXPECT_EQ(text, edited) << "the text is given back as it was";
-      continue;
+  // Entries written otherwise: in lists, with separators.
+  const std::string lists =
+      "peripherals: [{ id: \"a\" }, { id: \"b\" }]\n"
+      "peripherals { id: \"c\" dependencies { peripheral_id: \"a\" } }\n"
+      "peripherals { id: \"d\" };\n"
+      "peripherals: { id: \"e\" }\n";
+  const std::vector<Case> list_cases = {
+      {"after a list of entries, counted one by one", "peripheral_id: \"a\"", "peripheral_id: \"b\"", true},
+      {"an entry with a colon", "id: \"e\"", "id: \"f\"", true},
+      {"inside a list", "id: \"b\"", "id: \"x\"", false},
+      {"an entry with a separator after it", "id: \"d\"", "id: \"x\"", false},
+  };
+  for (const auto& [base, table] : {std::pair{&example, &cases}, std::pair{&lists, &list_cases}})
+    for (const Case& c : *table) {
+      SCOPED_TRACE(c.what);
+      const std::string& original = *base;
+      const size_t at = original.find(c.before);
+      ASSERT_NE(at, std::string::npos);
+      std::string edited = original;
+      edited.replace(at, c.before.size(), c.after);
+      pcfg::lsp::Analysis analysis("t.txtpb", original);
+      ASSERT_TRUE(analysis.parsed());
+      analysis.TakeText();  // as the document takes it back before it changes
+      std::string text = edited;
+      const bool alone =
+          analysis.Update(text, static_cast<uint32_t>(at), static_cast<uint32_t>(at + c.before.size()),
+                          static_cast<uint32_t>(at + c.after.size()));
+      EXPECT_EQ(alone, c.alone);
+      if (!alone) {
+        EXPECT_EQ(text, edited) << "the text is given back as it was";
+        continue;
+      }
+      ExpectSameAnalysis(analysis, pcfg::lsp::Analysis("t.txtpb", edited));
+      // And again on the tree put together: a second edit of another entry.
+      const size_t second = edited.find(base == &example ? "id: \"mag0\"" : "id: \"c\"");
+      std::string again = edited;
+      again[second + 5] = 'z';
+      analysis.TakeText();
+      text = again;
+      ASSERT_TRUE(analysis.Update(text, static_cast<uint32_t>(second + 5), static_cast<uint32_t>(second + 6),
+                                  static_cast<uint32_t>(second + 6)));
+      ExpectSameAnalysis(analysis, pcfg::lsp::Analysis("t.txtpb", again));
     }
-    ExpectSameAnalysis(analysis, pcfg::lsp::Analysis("t.txtpb", edited));
-    // And again on the tree put together: a second edit of another entry.
-    const size_t second = edited.find("id: \"mag0\"");
-    const std::string again = edited.substr(0, second) + "id: \"mag1\"" + edited.substr(second + 10);
-    analysis.TakeText();
-    text = again;
-    ASSERT_TRUE(analysis.Update(text, static_cast<uint32_t>(second + 9), static_cast<uint32_t>(second + 10),
-                                static_cast<uint32_t>(second + 10)));
-    ExpectSameAnalysis(analysis, pcfg::lsp::Analysis("t.txtpb", again));
-  }
 }
 
 // Edits merged into one as the document takes them: the bytes before its start and after its end

@@ -168,6 +168,25 @@ std::string FieldNote(const gp::FieldDescriptor* field) {
   return note;
 }
 
+}  // namespace
+
+std::string PlainText(const std::string& markdown) {
+  std::string plain;
+  plain.reserve(markdown.size());
+  for (size_t at = 0; at < markdown.size();) {
+    size_t end = markdown.find('\n', at);
+    end = end == std::string::npos ? markdown.size() : end + 1;
+    const std::string_view line = std::string_view(markdown).substr(at, end - at);
+    at = end;
+    if (line.rfind("```", 0) == 0) continue;  // a fence, with its line break
+    for (const char c : line)
+      if (c != '`') plain += c;
+  }
+  return plain;
+}
+
+namespace {
+
 std::string EnumValueNote(const gp::EnumValueDescriptor* value) {
   const gp::EnumDescriptor* type = value->type();
   std::string note =

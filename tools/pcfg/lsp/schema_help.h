@@ -18,6 +18,8 @@ struct HoverNote {
   uint32_t begin = 0, end = 0;
 };
 HoverNote HoverAt(const Analysis& analysis, uint32_t offset);
+// A note for a client that shows plain text: without code fences and backticks.
+std::string PlainText(const std::string& markdown);
 
 // The schema's field that the innermost field of the text holding byte OFFSET stands for (its
 // name or its value), or null.

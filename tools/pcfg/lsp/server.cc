@@ -634,7 +634,9 @@ Json Server::Hover(const Json& params) {
   const HoverNote note =
       HoverAt(analysis, open->document->Offset(PositionFrom(params.at("position")), encoding_));
   if (note.markdown.empty()) return nullptr;
-  return {{"contents", {{"kind", client_.markdown ? "markdown" : "plaintext"}, {"value", note.markdown}}},
+  return {{"contents",
+           {{"kind", client_.markdown ? "markdown" : "plaintext"},
+            {"value", client_.markdown ? note.markdown : PlainText(note.markdown)}}},
           {"range", RangeJson(*open->document, note.begin, note.end)}};
 }
 
