@@ -575,6 +575,23 @@ TEST(Lsp, ManyIdsCompleteByWhatIsTyped) {
   for (const Json& item : items) EXPECT_EQ(item["label"].get<std::string>().rfind("p29", 0), 0u);
 }
 
+// An entry being typed, its brace and string still open, swallows none of the entries below it.
+TEST(Lsp, AHalfTypedEntryLeavesTheEntriesBelowItReadable) {
+  Session session;
+  const std::string text =
+      "peripherals { id: \"cam0\" type: PERIPHERAL_TYPE_CAMERA }\n"
+      "camera_sets { peripheral_id: \"set0\" camera_peripheral_ids: \"\n"
+      "peripherals { id: \"cam1\" type: PERIPHERAL_TYPE_CAMERA }\n";
+  session.Open(text);
+  session.set_text(text);
+  const Json found = session.Request(
+      "textDocument/completion",
+      {{"textDocument", {{"uri", kUri}}}, {"position", session.PositionOf("camera_peripheral_ids: \"", 24)}});
+  std::vector<std::string> labels;
+  for (const Json& item : found["result"]["items"]) labels.push_back(item["label"]);
+  EXPECT_EQ(labels, (std::vector<std::string>{"cam0", "cam1"}));
+}
+
 TEST(Lsp, FormattingKeepsCommentsAndRefusesWhatWouldChange) {
   Session session;
   const std::string messy = "peripherals {   id: \"a\"   # keep\n}\n\n\n\nperipherals {id: \"b\"}\n";

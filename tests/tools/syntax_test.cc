@@ -78,6 +78,13 @@ TEST(SyntaxTree, ErrorsLeaveTheRestOfTheFileReadable) {
       {"a { b: 1 ! } c: 2", true, {"a", "c"}},
       {"a { b: } c: 2", true, {"a", "c"}},
       {"a { b: 1 \n c: 2", true, {"a"}},  // the open block takes the rest
+      // but for a message field at a line's first column: there an entry of the root begins
+      {"a { b: 1\nc {\n}\nf <>", true, {"a", "c", "f"}},
+      {"a { b: 1\nd: { e: 2 }", true, {"a", "d"}},
+      {"a { b: \"open\nc { }\n", true, {"a", "c"}},
+      {"a { b: [1,\nc { }", true, {"a", "c"}},
+      {"a {\nb: 1\n", true, {"a"}},        // a scalar field: still inside
+      {"a {\nb {\n}\n}\n", false, {"a"}},  // every block closed: nested as written
       {"} a: 1", true, {"a"}},
       {"a: [1, {x: 2}, 3] b: 'x\n", true, {"a", "b"}},
       {"a < b: 1 > ; c: \"s\" \"t\"", false, {"a", "c"}},

@@ -97,6 +97,21 @@ class Parser {
       if (!tree.tokens_[i].trivia()) significant_.push_back(i);
   }
 
+  // Text that leaves a block open reads everything after it as inside it. Read again so that
+  // a line starting a message field at its first column (as every entry of the root is written)
+  // ends the blocks still open: an entry being typed then swallows none of the entries below.
+  // Text with every block closed is never read so.
+  void RunRecoveringAtLineStarts() {
+    recovering_ = true;
+    tree_.nodes_.clear();
+    tree_.errors_ = 0;
+    pos_ = 0;
+    depth_ = 0;
+    left_open_ = 0;
+    Run();
+  }
+  bool left_open() const { return left_open_ > 0; }
+
   void Run() {
     // At most one node for each significant token, but for the rare missing value.
     tree_.nodes_.reserve(significant_.size() + 16);
@@ -151,11 +166,28 @@ class Parser {
     ++tree_.errors_;
   }
 
+  // Whether the next tokens are a field name at the first column of its line followed by a
+  // message ('{', '<', or ':' then one of them).
+  bool AtEntryLineStart() const {
+    if (AtEnd() || Peek().kind != TokenKind::kIdentifier) return false;
+    const uint32_t begin = Peek().begin;
+    if (begin != 0 && tree_.source_[begin - 1] != '\n') return false;
+    const auto symbol_at = [&](size_t at) {
+      if (at >= significant_.size()) return '\0';
+      const Token& token = tree_.tokens_[significant_[at]];
+      return token.kind == TokenKind::kSymbol ? tree_.source_[token.begin] : '\0';
+    };
+    size_t next = pos_ + 1;
+    if (symbol_at(next) == ':') ++next;
+    return symbol_at(next) == '{' || symbol_at(next) == '<';
+  }
+
   // Fields until CLOSER (or the end), as children of PARENT.
   void Fields(int32_t parent, char closer) {
     while (!AtEnd()) {
       const char symbol = PeekSymbol();
       if (symbol == closer && closer != '\0') return;
+      if (recovering_ && closer != '\0' && AtEntryLineStart()) return;
       if (symbol == '}' || symbol == '>' || symbol == ']') {
         if (closer == '\0') return;  // the caller reports it
         // A closer of another kind: the block lacks its own; let an enclosing block have it.
@@ -256,6 +288,7 @@ class Parser {
     ++pos_;
     ++depth_;
     while (!AtEnd() && PeekSymbol() != ']') {
+      if (recovering_ && AtEntryLineStart()) break;
       const char symbol = PeekSymbol();
       if (symbol == '{' || symbol == '<') {
         Message(list);
@@ -281,6 +314,7 @@ class Parser {
     } else {
       node.closed = false;
       ++tree_.errors_;
+      ++left_open_;
     }
     tree_.nodes_[static_cast<size_t>(block)].end = EndAt(pos_);
   }
@@ -289,6 +323,8 @@ class Parser {
   LargeVector<uint32_t> significant_;
   size_t pos_ = 0;
   int depth_ = 0;
+  bool recovering_ = false;
+  int left_open_ = 0;  // blocks without their closer
 };
 
 size_t StringEnd(std::string_view s, size_t open, bool* closed) {
@@ -336,7 +372,9 @@ SyntaxTree::SyntaxTree(std::string_view source) : source_(source), tokens_(Scan(
   four_byte_leads_ = std::move(index.four_byte_leads);
   tabs_ = std::move(index.tabs);
   tab_columns_ = std::move(index.tab_columns);
-  Parser(*this).Run();
+  Parser parser(*this);
+  parser.Run();
+  if (parser.left_open()) parser.RunRecoveringAtLineStarts();
   for (const Token& token : tokens_) errors_ += token.kind == TokenKind::kError;
 }
 
