@@ -36,15 +36,24 @@ void Analysis::Work(const std::string& file, uint64_t max_bytes) {
     ids_ = std::make_unique<IdIndex>(tree());
     return;
   }
-  // The syntax tree and protobuf's parse read the same bytes and share nothing else: the tree is
-  // built on a second thread meanwhile (where none can be had, here, after the parse).
-  std::future<std::unique_ptr<syntax::SyntaxTree>> built =
-      std::async(std::launch::async | std::launch::deferred,
-                 [raw = std::string_view(loaded_.raw)] { return std::make_unique<syntax::SyntaxTree>(raw); });
+  // The syntax tree and protobuf's parse read the same bytes and share nothing else: the tree,
+  // and the index of ids read from it, are built on a second thread meanwhile (where none can be
+  // had, here, after the parse).
+  struct Built {
+    std::unique_ptr<syntax::SyntaxTree> tree;
+    std::unique_ptr<IdIndex> ids;
+  };
+  std::future<Built> built =
+      std::async(std::launch::async | std::launch::deferred, [raw = std::string_view(loaded_.raw)] {
+        Built done{std::make_unique<syntax::SyntaxTree>(raw), nullptr};
+        done.ids = std::make_unique<IdIndex>(*done.tree);
+        return done;
+      });
   parsed_ = ParseLoaded(Format::kText, &loaded_, &diagnostics_);
-  loaded_.OfferSyntax(built.get());
+  Built done = built.get();
+  loaded_.OfferSyntax(std::move(done.tree));
+  ids_ = std::move(done.ids);  // what it says depends on the text alone, whichever tree it read
   if (parsed_) Check();
-  ids_ = std::make_unique<IdIndex>(tree());
 }
 
 void Analysis::Check() {
