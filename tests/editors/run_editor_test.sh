@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs one of the editor tests of pcfg lsp on a scratch copy of the example, or skips it (status 77,
 # which ctest reports as skipped) when its editor, its Node modules or a version it needs is missing.
-#   run_editor_test.sh node|nvim|vim PCFG EXAMPLE TOOL
+#   run_editor_test.sh node|node-benchmark|nvim|vim PCFG EXAMPLE TOOL
 # TOOL is the path CMake found for node, nvim or vim (…-NOTFOUND when there is none). The editors
 # run with a scratch HOME and XDG folders, never the user's, and under a time limit: a test that
 # hangs fails.
@@ -24,7 +24,7 @@ export HOME=$scratch XDG_CONFIG_HOME=$scratch/config XDG_DATA_HOME=$scratch/data
   XDG_STATE_HOME=$scratch/state XDG_CACHE_HOME=$scratch/cache
 
 case "$kind" in
-  node)
+  node | node-benchmark)
     modules=$here/../../node_modules
     [ -f "$modules/vscode-jsonrpc/package.json" ] && [ -f "$modules/vscode-languageserver-protocol/package.json" ] ||
       skip "the Node modules vscode-jsonrpc and vscode-languageserver-protocol are not in node_modules/ (npm ci installs them)"
@@ -53,6 +53,9 @@ export PCFG=$pcfg PCFG_LSP_FILE=$copy
 
 case "$kind" in
   node) command=("$tool" "$here/lsp_client_test.mjs" "$pcfg" "$copy") ;;
+  # The whole-process benchmark, a few rounds: that it runs to its table.
+  node-benchmark) command=("$tool" "$here/../../benchmarks/lsp_process_benchmark.mjs" "$pcfg" "$copy"
+    --opens 2 --edits 4 --requests 3) ;;
   nvim) command=("$tool" --headless -u NONE -i NONE -c "luafile $here/nvim_lsp_test.lua") ;;
   vim) command=("$tool" -N -u NONE -i NONE -es -S "$here/vim_lsp_test.vim") ;;
 esac
