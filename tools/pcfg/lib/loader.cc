@@ -1,6 +1,7 @@
 #include "loader.h"
 
 #include <google/protobuf/io/tokenizer.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/stubs/common.h>
 #include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/util/json_util.h>
@@ -443,7 +444,8 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   CountingErrorCollector errors;
   gp::TextFormat::Parser parser;
   parser.RecordErrorsTo(&errors);
-  if (!parser.ParseFromString(std::string(text), read) || errors.errors != 0) return false;
+  gp::io::ArrayInputStream input(text.data(), static_cast<int>(text.size()));
+  if (!parser.Parse(&input, read) || errors.errors != 0) return false;
   std::vector<const gp::FieldDescriptor*> set;
   reflection->ListFields(*read, &set);
   if (set.size() != 1 || set[0] != field || reflection->FieldSize(*read, field) != 1) return false;
