@@ -70,9 +70,10 @@ function within(promise, what) {
 const diagnosticsOf = (version) =>
   within(new Promise((done) => waiting.set(`${uri} ${version}`, done)), `the diagnostics of version ${version}`);
 const now = () => Number(process.hrtime.bigint()) / 1e6;
-function residentMiB() {
+// The server's resident memory now (VmRSS), or at its highest so far (VmHWM).
+function residentMiB(field = 'VmRSS') {
   const status = readFileSync(`/proc/${server.pid}/status`, 'utf8');
-  return Number(/VmRSS:\s+(\d+)/.exec(status)[1]) / 1024;
+  return Number(new RegExp(`${field}:\\s+(\\d+)`).exec(status)[1]) / 1024;
 }
 function percentiles(ms) {
   const sorted = [...ms].sort((a, b) => a - b);
@@ -87,7 +88,8 @@ try {
   const idle = residentMiB();
 
   const rows = [];
-  let version = 0, openMs = [], held = 0;
+  let version = 0;
+  const openMs = [];
   for (let i = 0; i < opens; ++i) {
     if (i > 0) connection.sendNotification(lsp.DidCloseTextDocumentNotification.type, { textDocument: { uri } });
     const published = diagnosticsOf(++version);
@@ -97,7 +99,6 @@ try {
     await published;
     openMs.push(now() - start);
   }
-  held = residentMiB() - idle;
   rows.push(['open → first diagnostics', percentiles(openMs)]);
 
   const editMs = [];
@@ -127,7 +128,9 @@ try {
     }
     rows.push([name, percentiles(ms)]);
   }
-  rows.push(['resident memory the open document adds', `${held.toFixed(1)} MiB (server ${residentMiB().toFixed(1)} MiB)`]);
+  rows.push(['resident memory the open document adds', `${(residentMiB() - idle).toFixed(1)} MiB`]);
+  rows.push(['the server\'s resident memory: now / at its highest',
+    `${residentMiB().toFixed(1)} / ${residentMiB('VmHWM').toFixed(1)} MiB`]);
 
   console.log(`pcfg lsp as a process, ${basename(file)} (${(text.length / 1e6).toFixed(1)} MB): p50 / p95\n`);
   console.log('| | |\n|---|---:|');

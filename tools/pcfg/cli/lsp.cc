@@ -1,4 +1,5 @@
 // pcfg lsp: the language server, over standard input and output.
+#include <malloc.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -31,6 +32,10 @@ void AddLspCommand(CLI::App& app, int& exit_status) {
     // The editor that started the server may die without a word: end with it.
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     signal(SIGPIPE, SIG_IGN);
+    // A long-lived process that handles documents of tens of megabytes: blocks from 1 MiB up are
+    // mapped on their own and go back to the system when freed. glibc would otherwise raise
+    // that bound to the largest block freed so far and keep such blocks in its heap for good.
+    mallopt(M_MMAP_THRESHOLD, 1 << 20);
     std::cout.flush();
     exit_status = lsp::RunLanguageServer(
         STDIN_FILENO, STDOUT_FILENO,

@@ -11,6 +11,7 @@ namespace pcfg::lsp {
 namespace {
 
 constexpr size_t kMaxHeaderBytes = 8192;
+constexpr size_t kShrinkAbove = size_t{1} << 20;  // bytes of buffer kept once a large message is read
 
 // The value of Content-Length in a header block, or -1.
 long long ContentLength(const std::string& headers) {
@@ -112,6 +113,12 @@ MessageReader::Result MessageReader::Next(std::string* body) {
     if (!Fill()) return Result::kEnd;
   body->assign(buffer_, at_, static_cast<size_t>(length));
   at_ += static_cast<size_t>(length);
+  // After a large message (a document opened whole) the buffer gives back what it grew by.
+  if (buffer_.capacity() > kShrinkAbove && buffer_.size() - at_ < kShrinkAbove / 2) {
+    buffer_.erase(0, at_);
+    at_ = 0;
+    buffer_.shrink_to_fit();
+  }
   return Result::kMessage;
 }
 
