@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "analysis.h"
@@ -748,6 +749,29 @@ TEST(Lsp, FramingSurvivesWhatThePeerSends) {
   EXPECT_EQ(reader.Next(&got), Result::kMessage);
   EXPECT_EQ(got, body);
   EXPECT_EQ(reader.Next(&got), Result::kEnd);
+  close(fds[0]);
+
+  // A document opened whole (megabytes) and the message right behind it: the reader, giving
+  // back the room the first took, keeps the second.
+  ASSERT_EQ(pipe(fds), 0);
+  const std::string large = "\"" + std::string(3 << 20, 'x') + "\"";
+  std::thread writer([&] {
+    const std::string stream = "Content-Length: " + std::to_string(large.size()) + "\r\n\r\n" + large +
+                               "Content-Length: 7\r\n\r\n" + body;
+    for (size_t at = 0; at < stream.size();) {
+      const ssize_t wrote = write(fds[1], stream.data() + at, stream.size() - at);
+      if (wrote <= 0) break;
+      at += static_cast<size_t>(wrote);
+    }
+    close(fds[1]);
+  });
+  pcfg::lsp::MessageReader after_large(fds[0]);
+  EXPECT_EQ(after_large.Next(&got), Result::kMessage);
+  EXPECT_EQ(got, large);
+  EXPECT_EQ(after_large.Next(&got), Result::kMessage);
+  EXPECT_EQ(got, body);
+  EXPECT_EQ(after_large.Next(&got), Result::kEnd);
+  writer.join();
   close(fds[0]);
 }
 
