@@ -1,7 +1,6 @@
 #include "loader.h"
 
 #include <google/protobuf/io/tokenizer.h>
-#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <google/protobuf/stubs/common.h>
 #include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/util/json_util.h>
@@ -353,18 +352,6 @@ void LoadedConfig::OfferSyntax(std::unique_ptr<syntax::SyntaxTree> tree) const {
     syntax_ = std::move(tree);
 }
 
-namespace {
-
-// Counts what protobuf's parser reports, so that a rereading can be given up quietly.
-class CountingErrorCollector : public gp::io::ErrorCollector {
- public:
-  void AddError(int, gp::io::ColumnNumber, const std::string&) override { ++errors; }
-  void AddWarning(int, gp::io::ColumnNumber, const std::string&) override {}
-  int errors = 0;
-};
-
-}  // namespace
-
 bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t new_end,
                                      syntax::SyntaxTree::Replaced* replaced) {
   if (format != Format::kText || !syntax_ || syntax_->has_errors() || begin > old_end || begin > new_end)
@@ -441,11 +428,7 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
     return false;
 
   Config* read = gp::Arena::CreateMessage<Config>(arena_.get());
-  CountingErrorCollector errors;
-  gp::TextFormat::Parser parser;
-  parser.RecordErrorsTo(&errors);
-  gp::io::ArrayInputStream input(text.data(), static_cast<int>(text.size()));
-  if (!parser.Parse(&input, read) || errors.errors != 0) return false;
+  if (!ParseTextQuietly(text, read)) return false;
   std::vector<const gp::FieldDescriptor*> set;
   reflection->ListFields(*read, &set);
   if (set.size() != 1 || set[0] != field || reflection->FieldSize(*read, field) != 1) return false;

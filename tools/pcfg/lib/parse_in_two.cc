@@ -23,18 +23,6 @@ class Quiet : public gp::io::ErrorCollector {
   void AddWarning(int, gp::io::ColumnNumber, const std::string&) override {}
 };
 
-bool ParseText(std::string_view text, Config* config) {
-  Quiet quiet;
-  gp::TextFormat::Parser parser;
-  parser.RecordErrorsTo(&quiet);
-  gp::io::ArrayInputStream input(text.data(), static_cast<int>(text.size()));
-  try {
-    return parser.Parse(&input, config);
-  } catch (const std::exception&) {
-    return false;  // out of memory in a half: the sequential parse will say so, or manage
-  }
-}
-
 bool ParseJson(const std::string& json, Config* config) {
   google::protobuf::util::JsonParseOptions options;
   options.ignore_unknown_fields = false;
@@ -73,6 +61,18 @@ bool SetTwice(const Config& a, const Config& b) {
 }
 
 }  // namespace
+
+bool ParseTextQuietly(std::string_view text, Config* config) {
+  Quiet quiet;
+  gp::TextFormat::Parser parser;
+  parser.RecordErrorsTo(&quiet);
+  gp::io::ArrayInputStream input(text.data(), static_cast<int>(text.size()));
+  try {
+    return parser.Parse(&input, config);
+  } catch (const std::exception&) {
+    return false;  // out of memory in a half: the sequential parse will say so, or manage
+  }
+}
 
 size_t TextCutPoint(std::string_view text, size_t hint) {
   // Only these bytes change the scan's state; the others, most of the text, are passed over with
@@ -136,7 +136,7 @@ bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest) {
   if (text.size() < smallest || config->GetArena() == nullptr) return false;
   const size_t cut = TextCutPoint(text, text.size() / 2);
   if (cut == std::string_view::npos || cut >= text.size()) return false;
-  return ParseHalves(text.substr(0, cut), text.substr(cut), config, ParseText);
+  return ParseHalves(text.substr(0, cut), text.substr(cut), config, ParseTextQuietly);
 }
 
 JsonHalves CutJson(std::string_view json, const JsonCut& cut, bool first, bool second) {

@@ -25,6 +25,9 @@ size_t TextCutPoint(std::string_view text, size_t hint);
 // Parses TEXT into CONFIG, an empty configuration on an arena, in two halves. False when the
 // caller must parse sequentially instead (CONFIG is then in an unspecified state: clear it).
 bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest = kSmallestInputWorthCutting);
+// Parses TEXT into CONFIG with protobuf's text parser and reports nothing: false on any error
+// (out of memory included), for a caller that will parse the plain way instead.
+bool ParseTextQuietly(std::string_view text, Config* config);
 
 // A JSON object cut in two at a comma between two elements of the array of a root member: the
 // first half ends that array and the object there, the second opens them again with the same

@@ -364,14 +364,8 @@ void SyntaxTree::IndexBytes(std::string_view source, uint32_t from, uint32_t to,
 }
 
 SyntaxTree::SyntaxTree(std::string_view source) : source_(source), tokens_(Scan(source)) {
-  ByteIndex index;
-  index.line_starts.push_back(0);
-  IndexBytes(source, 0, static_cast<uint32_t>(source.size()), &index);
-  line_starts_ = std::move(index.line_starts);
-  continuations_ = std::move(index.continuations);
-  four_byte_leads_ = std::move(index.four_byte_leads);
-  tabs_ = std::move(index.tabs);
-  tab_columns_ = std::move(index.tab_columns);
+  bytes_.line_starts.push_back(0);
+  IndexBytes(source, 0, static_cast<uint32_t>(source.size()), &bytes_);
   Parser parser(*this);
   parser.Run();
   if (parser.left_open()) parser.RunRecoveringAtLineStarts();
@@ -394,19 +388,17 @@ void ReplaceRange(Vector& v, size_t from, size_t to, Iterator first, Iterator la
             v.begin() + static_cast<std::ptrdiff_t>(from));
 }
 
-// A sorted vector of byte offsets whose entries in [FROM, TO) become FRESH and whose later ones
-// move by DELTA; the same index range of PARALLEL (when given) becomes FRESH_PARALLEL.
-template <typename Parallel = std::vector<int>>
-void ReplaceOffsets(std::vector<uint32_t>& v, uint32_t from, uint32_t to, const std::vector<uint32_t>& fresh,
-                    int64_t delta, Parallel* parallel = nullptr, const Parallel* fresh_parallel = nullptr) {
-  const size_t lo = static_cast<size_t>(std::lower_bound(v.begin(), v.end(), from) - v.begin());
-  const size_t hi = static_cast<size_t>(std::lower_bound(v.begin(), v.end(), to) - v.begin());
-  ReplaceRange(v, lo, hi, fresh.begin(), fresh.end());
-  if (parallel != nullptr) ReplaceRange(*parallel, lo, hi, fresh_parallel->begin(), fresh_parallel->end());
-  for (size_t i = lo + fresh.size(); i < v.size(); ++i) v[i] = static_cast<uint32_t>(v[i] + delta);
-}
-
 }  // namespace
+
+std::pair<size_t, size_t> ReplaceMarks(std::vector<uint32_t>& marks, uint32_t from, uint32_t to,
+                                       const std::vector<uint32_t>& fresh, int64_t delta) {
+  const size_t lo = static_cast<size_t>(std::lower_bound(marks.begin(), marks.end(), from) - marks.begin());
+  const size_t hi = static_cast<size_t>(std::lower_bound(marks.begin(), marks.end(), to) - marks.begin());
+  ReplaceRange(marks, lo, hi, fresh.begin(), fresh.end());
+  for (size_t i = lo + fresh.size(); i < marks.size(); ++i)
+    marks[i] = static_cast<uint32_t>(marks[i] + delta);
+  return {lo, hi};
+}
 
 SyntaxTree::Replaced SyntaxTree::ReplaceRootEntry(std::string_view source, int32_t entry,
                                                   const SyntaxTree& entry_tree) {
@@ -417,18 +409,20 @@ SyntaxTree::Replaced SyntaxTree::ReplaceRootEntry(std::string_view source, int32
 
   // The line of ENTRY's first byte to the end of the line of its last are indexed anew: the
   // columns of tabs after it on that line may have moved.
-  const uint32_t line_start = *(std::upper_bound(line_starts_.begin(), line_starts_.end(), begin) - 1);
-  const auto next_line = std::upper_bound(line_starts_.begin(), line_starts_.end(), old_end);
+  const uint32_t line_start =
+      *(std::upper_bound(bytes_.line_starts.begin(), bytes_.line_starts.end(), begin) - 1);
+  const auto next_line = std::upper_bound(bytes_.line_starts.begin(), bytes_.line_starts.end(), old_end);
   const uint32_t old_lines_end =
-      next_line == line_starts_.end() ? static_cast<uint32_t>(source_.size()) : *next_line;
+      next_line == bytes_.line_starts.end() ? static_cast<uint32_t>(source_.size()) : *next_line;
   const uint32_t new_lines_end = static_cast<uint32_t>(old_lines_end + delta);
   ByteIndex fresh;
   IndexBytes(source, line_start, new_lines_end, &fresh);
   // Line starts are the bytes after line breaks: those in (LINE_START, OLD_LINES_END] are ENTRY's.
-  ReplaceOffsets(line_starts_, line_start + 1, old_lines_end + 1, fresh.line_starts, delta);
-  ReplaceOffsets(continuations_, line_start, old_lines_end, fresh.continuations, delta);
-  ReplaceOffsets(four_byte_leads_, line_start, old_lines_end, fresh.four_byte_leads, delta);
-  ReplaceOffsets(tabs_, line_start, old_lines_end, fresh.tabs, delta, &tab_columns_, &fresh.tab_columns);
+  ReplaceMarks(bytes_.line_starts, line_start + 1, old_lines_end + 1, fresh.line_starts, delta);
+  ReplaceMarks(bytes_.continuations, line_start, old_lines_end, fresh.continuations, delta);
+  ReplaceMarks(bytes_.four_byte_leads, line_start, old_lines_end, fresh.four_byte_leads, delta);
+  const auto [tab, tab_end] = ReplaceMarks(bytes_.tabs, line_start, old_lines_end, fresh.tabs, delta);
+  ReplaceRange(bytes_.tab_columns, tab, tab_end, fresh.tab_columns.begin(), fresh.tab_columns.end());
 
   // Tokens: ENTRY's are ENTRY_TREE's, moved to BEGIN; those after move by DELTA.
   const int64_t token_delta = static_cast<int64_t>(entry_tree.tokens_.size()) - (old.end - old.first);
@@ -522,25 +516,26 @@ size_t CountIn(const std::vector<uint32_t>& positions, uint32_t from, uint32_t t
 
 TextPosition SyntaxTree::Position(uint32_t offset) const {
   offset = std::min<uint32_t>(offset, static_cast<uint32_t>(source_.size()));
-  const auto after = std::upper_bound(line_starts_.begin(), line_starts_.end(), offset);
+  const auto after = std::upper_bound(bytes_.line_starts.begin(), bytes_.line_starts.end(), offset);
   const uint32_t start = *(after - 1);
   TextPosition position;
-  position.line = static_cast<int>(after - line_starts_.begin());
+  position.line = static_cast<int>(after - bytes_.line_starts.begin());
   position.column = static_cast<int>(offset - start) + 1;
   // A UTF-16 unit per character, two for one of four bytes (a surrogate pair).
-  position.utf16_column = static_cast<int>(offset - start - CountIn(continuations_, start, offset) +
-                                           CountIn(four_byte_leads_, start, offset)) +
+  position.utf16_column = static_cast<int>(offset - start - CountIn(bytes_.continuations, start, offset) +
+                                           CountIn(bytes_.four_byte_leads, start, offset)) +
                           1;
   return position;
 }
 
 int SyntaxTree::TokenizerColumn(uint32_t offset) const {
   offset = std::min<uint32_t>(offset, static_cast<uint32_t>(source_.size()));
-  const uint32_t start = *(std::upper_bound(line_starts_.begin(), line_starts_.end(), offset) - 1);
-  const auto tab = std::lower_bound(tabs_.begin(), tabs_.end(), offset);  // the first at or after
-  if (tab == tabs_.begin() || *(tab - 1) < start) return static_cast<int>(offset - start) + 1;
-  const size_t last = static_cast<size_t>(tab - tabs_.begin()) - 1;
-  return tab_columns_[last] + static_cast<int>(offset - tabs_[last] - 1) + 1;
+  const uint32_t start =
+      *(std::upper_bound(bytes_.line_starts.begin(), bytes_.line_starts.end(), offset) - 1);
+  const auto tab = std::lower_bound(bytes_.tabs.begin(), bytes_.tabs.end(), offset);  // the first at or after
+  if (tab == bytes_.tabs.begin() || *(tab - 1) < start) return static_cast<int>(offset - start) + 1;
+  const size_t last = static_cast<size_t>(tab - bytes_.tabs.begin()) - 1;
+  return bytes_.tab_columns[last] + static_cast<int>(offset - bytes_.tabs[last] - 1) + 1;
 }
 
 uint32_t SyntaxTree::OffsetAtTokenizerColumn(int line, int column) const {
@@ -548,17 +543,19 @@ uint32_t SyntaxTree::OffsetAtTokenizerColumn(int line, int column) const {
   const uint32_t next = LineStart(line + 1);
   const uint32_t end = next > start && next <= source_.size() && source_[next - 1] == '\n' ? next - 1 : next;
   const int target = std::max(column, 1) - 1;
-  const size_t lo = static_cast<size_t>(std::lower_bound(tabs_.begin(), tabs_.end(), start) - tabs_.begin());
-  const size_t hi = static_cast<size_t>(std::lower_bound(tabs_.begin(), tabs_.end(), end) - tabs_.begin());
+  const size_t lo = static_cast<size_t>(std::lower_bound(bytes_.tabs.begin(), bytes_.tabs.end(), start) -
+                                        bytes_.tabs.begin());
+  const size_t hi = static_cast<size_t>(std::lower_bound(bytes_.tabs.begin(), bytes_.tabs.end(), end) -
+                                        bytes_.tabs.begin());
   // The last tab of the line whose column after it is at most TARGET, and the one after it.
-  const size_t k =
-      static_cast<size_t>(std::upper_bound(tab_columns_.begin() + static_cast<std::ptrdiff_t>(lo),
-                                           tab_columns_.begin() + static_cast<std::ptrdiff_t>(hi), target) -
-                          tab_columns_.begin());
-  uint64_t offset = k == lo
-                        ? uint64_t{start} + static_cast<uint64_t>(target)
-                        : uint64_t{tabs_[k - 1]} + 1 + static_cast<uint64_t>(target - tab_columns_[k - 1]);
-  if (k < hi) offset = std::min<uint64_t>(offset, tabs_[k] + 1);  // TARGET falls inside that tab
+  const size_t k = static_cast<size_t>(
+      std::upper_bound(bytes_.tab_columns.begin() + static_cast<std::ptrdiff_t>(lo),
+                       bytes_.tab_columns.begin() + static_cast<std::ptrdiff_t>(hi), target) -
+      bytes_.tab_columns.begin());
+  uint64_t offset =
+      k == lo ? uint64_t{start} + static_cast<uint64_t>(target)
+              : uint64_t{bytes_.tabs[k - 1]} + 1 + static_cast<uint64_t>(target - bytes_.tab_columns[k - 1]);
+  if (k < hi) offset = std::min<uint64_t>(offset, bytes_.tabs[k] + 1);  // TARGET falls inside that tab
   return static_cast<uint32_t>(std::min<uint64_t>(offset, end));
 }
 

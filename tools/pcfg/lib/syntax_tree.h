@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "large_allocator.h"
@@ -100,6 +101,12 @@ class Children {
 // at its line's end when it has none. A backslash escapes the byte after it, but not a line break.
 size_t StringEnd(std::string_view s, size_t open, bool* closed);
 
+// Sorted byte offsets MARKS (line starts, say) after bytes [FROM, TO) of their text were
+// replaced: the marks in [FROM, TO) become FRESH and the later ones move by DELTA. Returns the
+// index range the replaced marks held, for a vector kept in step with MARKS.
+std::pair<size_t, size_t> ReplaceMarks(std::vector<uint32_t>& marks, uint32_t from, uint32_t to,
+                                       const std::vector<uint32_t>& fresh, int64_t delta);
+
 // The tokens of SOURCE alone, trivia included, without building a tree.
 Tokens Tokenize(std::string_view source);
 
@@ -172,27 +179,26 @@ class SyntaxTree {
   // The byte where 1-based LINE starts, or the source's size past the last line.
   uint32_t LineStart(int line) const {
     if (line < 1) return 0;
-    return static_cast<size_t>(line) <= line_starts_.size() ? line_starts_[static_cast<size_t>(line) - 1]
-                                                            : static_cast<uint32_t>(source_.size());
+    return static_cast<size_t>(line) <= bytes_.line_starts.size()
+               ? bytes_.line_starts[static_cast<size_t>(line) - 1]
+               : static_cast<uint32_t>(source_.size());
   }
 
  private:
   std::string_view source_;
   Tokens tokens_;
   Nodes nodes_;
-  std::vector<uint32_t> line_starts_;
-  // Where columns stop being bytes: continuation bytes of UTF-8 (no UTF-16 unit of their own),
-  // four-byte leads (two units), and tabs with the tokenizer's column after each.
-  std::vector<uint32_t> continuations_, four_byte_leads_, tabs_;
-  std::vector<int> tab_columns_;
-  int errors_ = 0;
-
-  // Adds the line starts, UTF-8 marks and tabs of SOURCE's bytes [FROM, TO) to these vectors;
-  // FROM must start a line.
+  // Where lines start, and where columns stop being bytes: continuation bytes of UTF-8 (no
+  // UTF-16 unit of their own), four-byte leads (two units), and tabs with the tokenizer's
+  // column after each.
   struct ByteIndex {
     std::vector<uint32_t> line_starts, continuations, four_byte_leads, tabs;
     std::vector<int> tab_columns;
   };
+  ByteIndex bytes_;
+  int errors_ = 0;
+
+  // Adds the marks of SOURCE's bytes [FROM, TO) to INDEX; FROM must start a line.
   static void IndexBytes(std::string_view source, uint32_t from, uint32_t to, ByteIndex* index);
 
   friend class Parser;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "syntax_tree.h"
+
 namespace pcfg::lsp {
 
 Document::Document(std::string uri, std::string text, int version)
@@ -92,21 +94,6 @@ bool Document::Change(const std::optional<Range>& range, const std::string& text
   return true;
 }
 
-namespace {
-
-// Sorted byte offsets: those in [FROM, TO) become FRESH, the later ones move by DELTA.
-void ReplaceMarks(std::vector<uint32_t>& marks, uint32_t from, uint32_t to,
-                  const std::vector<uint32_t>& fresh, int64_t delta) {
-  const auto lo = std::lower_bound(marks.begin(), marks.end(), from);
-  const auto hi = std::lower_bound(lo, marks.end(), to);
-  const size_t at = static_cast<size_t>(lo - marks.begin());
-  marks.insert(marks.erase(lo, hi), fresh.begin(), fresh.end());
-  for (size_t i = at + fresh.size(); i < marks.size(); ++i)
-    marks[i] = static_cast<uint32_t>(marks[i] + delta);
-}
-
-}  // namespace
-
 void Document::ReindexReplaced(uint32_t begin, uint32_t end, const std::string& replacement) {
   std::vector<uint32_t> starts, continuations, four_byte_leads;
   for (uint32_t i = 0; i < replacement.size(); ++i) {
@@ -118,9 +105,9 @@ void Document::ReindexReplaced(uint32_t begin, uint32_t end, const std::string& 
   }
   const int64_t delta = static_cast<int64_t>(replacement.size()) - (end - begin);
   // A line starts after each line break: those of the bytes replaced are in (BEGIN, END].
-  ReplaceMarks(line_starts_, begin + 1, end + 1, starts, delta);
-  ReplaceMarks(continuations_, begin, end, continuations, delta);
-  ReplaceMarks(four_byte_leads_, begin, end, four_byte_leads, delta);
+  syntax::ReplaceMarks(line_starts_, begin + 1, end + 1, starts, delta);
+  syntax::ReplaceMarks(continuations_, begin, end, continuations, delta);
+  syntax::ReplaceMarks(four_byte_leads_, begin, end, four_byte_leads, delta);
 }
 
 }  // namespace pcfg::lsp
