@@ -117,16 +117,17 @@ TEST(SyntaxTree, PositionsInBytesAndUtf16CodeUnits) {
 }
 
 TEST(SyntaxTree, TokenizerColumnsCountTabsToMultiplesOfEight) {
-  // Line 2: "ab", a tab (to column 8), "c", a tab (to 16), "d"; 0-based tokenizer columns.
-  const std::string text = "x\nab\tc\td\n\te";
+  // Line 2: "ab", a tab (to column 8), "cdefghi", a tab in column 15 (to 16: one column wide),
+  // "d"; 0-based tokenizer columns.
+  const std::string text = "x\nab\tcdefghi\td\n\te";
   const SyntaxTree tree(text);
   const uint32_t line2 = 2;
   struct Row {
     uint32_t offset;
     int column;  // 1-based, as diagnostics give it
   };
-  const Row rows[] = {{line2, 1},      {line2 + 2, 3},  {line2 + 3, 9}, {line2 + 4, 10},
-                      {line2 + 5, 17}, {line2 + 6, 18}, {10, 9}};
+  const Row rows[] = {{line2, 1},       {line2 + 2, 3},   {line2 + 3, 9}, {line2 + 9, 15},
+                      {line2 + 10, 16}, {line2 + 11, 17}, {16, 9}};
   for (const Row& row : rows) {
     EXPECT_EQ(tree.TokenizerColumn(row.offset), row.column) << row.offset;
     const int line = tree.Position(row.offset).line;
@@ -134,8 +135,8 @@ TEST(SyntaxTree, TokenizerColumnsCountTabsToMultiplesOfEight) {
   }
   // A column inside a tab's stretch falls on the byte after the tab; one past the end, on the end.
   EXPECT_EQ(tree.OffsetAtTokenizerColumn(2, 6), line2 + 3);
-  EXPECT_EQ(tree.OffsetAtTokenizerColumn(2, 99), line2 + 6);
-  EXPECT_EQ(tree.OffsetAtTokenizerColumn(3, 1), 9u);
+  EXPECT_EQ(tree.OffsetAtTokenizerColumn(2, 99), line2 + 12);
+  EXPECT_EQ(tree.OffsetAtTokenizerColumn(3, 1), 15u);
 }
 
 std::string LaidOut(const std::string& text) { return pcfg::LayOutText(SyntaxTree(text)); }

@@ -345,22 +345,24 @@ size_t StringEnd(std::string_view s, size_t open, bool* closed) {
 Tokens Tokenize(std::string_view source) { return Scan(source); }
 
 void SyntaxTree::IndexBytes(std::string_view source, uint32_t from, uint32_t to, ByteIndex* index) {
-  int column = 0;  // the tokenizer's, 0-based
-  for (uint32_t at = from; at < to; ++at) {
-    const unsigned char byte = static_cast<unsigned char>(source[at]);
+  uint32_t line_start = from;
+  int tab_extra = 0;  // the columns tabs on this line added beyond their one byte
+  ForEachMarkByte(source, from, to, [&](uint32_t at, unsigned char byte) {
     if (byte == '\n') {
       index->line_starts.push_back(at + 1);
-      column = 0;
+      line_start = at + 1;
+      tab_extra = 0;
     } else if (byte == '\t') {
-      column += kTabWidth - column % kTabWidth;
+      const int column = static_cast<int>(at - line_start) + tab_extra;  // the tokenizer's, 0-based
+      const int after = column + kTabWidth - column % kTabWidth;
+      tab_extra += after - column - 1;
       index->tabs.push_back(at);
-      index->tab_columns.push_back(column);
+      index->tab_columns.push_back(after);
     } else {
-      ++column;
       if ((byte & 0xC0) == 0x80) index->continuations.push_back(at);
       if (byte >= 0xF0) index->four_byte_leads.push_back(at);
     }
-  }
+  });
 }
 
 SyntaxTree::SyntaxTree(std::string_view source) : source_(source), tokens_(Scan(source)) {

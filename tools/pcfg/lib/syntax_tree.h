@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -106,6 +107,31 @@ size_t StringEnd(std::string_view s, size_t open, bool* closed);
 // index range the replaced marks held, for a vector kept in step with MARKS.
 std::pair<size_t, size_t> ReplaceMarks(std::vector<uint32_t>& marks, uint32_t from, uint32_t to,
                                        const std::vector<uint32_t>& fresh, int64_t delta);
+
+// Calls MARK(at, byte) for every line break, tab and byte of a multi-byte UTF-8 sequence in
+// SOURCE[FROM, TO), in order: what positions in lines and UTF-16 units are counted from. Eight
+// bytes without one are passed over at a time.
+template <typename Mark>
+void ForEachMarkByte(std::string_view source, uint32_t from, uint32_t to, Mark mark) {
+  constexpr uint64_t kOnes = 0x0101010101010101, kHighBits = 0x8080808080808080;
+  uint32_t at = from;
+  while (at < to) {
+    if (to - at >= 8) {
+      uint64_t word;
+      std::memcpy(&word, source.data() + at, 8);
+      // The high bit of each byte below 11 (line break, tab and the like) or of 128 and up; a byte
+      // flagged wrongly is only looked at again below.
+      if (((((word - 11 * kOnes) & ~word) | word) & kHighBits) == 0) {
+        at += 8;
+        continue;
+      }
+    }
+    for (const uint32_t end = std::min(at + 8, to); at < end; ++at) {
+      const unsigned char byte = static_cast<unsigned char>(source[at]);
+      if (byte == '\n' || byte == '\t' || byte >= 0x80) mark(at, byte);
+    }
+  }
+}
 
 // The tokens of SOURCE alone, trivia included, without building a tree.
 Tokens Tokenize(std::string_view source);

@@ -16,13 +16,17 @@ void Document::IndexLines() {
   line_starts_.assign(1, 0);
   continuations_.clear();
   four_byte_leads_.clear();
-  for (uint32_t at = 0; at < text_.size(); ++at) {
-    const unsigned char byte = static_cast<unsigned char>(text_[at]);
-    if (byte == '\n') line_starts_.push_back(at + 1);
-    if (byte < 0x80) continue;
-    if ((byte & 0xC0) == 0x80) continuations_.push_back(at);
-    if (byte >= 0xF0) four_byte_leads_.push_back(at);
-  }
+  MarkBytes(text_, 0, &line_starts_, &continuations_, &four_byte_leads_);
+}
+
+void Document::MarkBytes(std::string_view text, uint32_t offset, std::vector<uint32_t>* line_starts,
+                         std::vector<uint32_t>* continuations, std::vector<uint32_t>* four_byte_leads) {
+  syntax::ForEachMarkByte(text, 0, static_cast<uint32_t>(text.size()), [&](uint32_t at, unsigned char byte) {
+    if (byte == '\n') line_starts->push_back(offset + at + 1);
+    if (byte < 0x80) return;
+    if ((byte & 0xC0) == 0x80) continuations->push_back(offset + at);
+    if (byte >= 0xF0) four_byte_leads->push_back(offset + at);
+  });
 }
 
 uint32_t Document::Offset(Position position, PositionEncoding encoding) const {
@@ -68,11 +72,11 @@ Position Document::PositionOf(uint32_t offset, PositionEncoding encoding) const 
   return position;
 }
 
-bool Document::Change(const std::optional<Range>& range, const std::string& text, PositionEncoding encoding) {
+bool Document::Change(const std::optional<Range>& range, std::string text, PositionEncoding encoding) {
   // A lent text changes only once it is back: the analysis of the old one still reads it.
   if (borrowed_ != nullptr) throw std::logic_error("a document changed while its text is lent");
   if (!range) {
-    text_ = text;
+    text_ = std::move(text);
     lent_ = false;
     IndexLines();
     return true;
@@ -96,13 +100,7 @@ bool Document::Change(const std::optional<Range>& range, const std::string& text
 
 void Document::ReindexReplaced(uint32_t begin, uint32_t end, const std::string& replacement) {
   std::vector<uint32_t> starts, continuations, four_byte_leads;
-  for (uint32_t i = 0; i < replacement.size(); ++i) {
-    const unsigned char byte = static_cast<unsigned char>(replacement[i]);
-    if (byte == '\n') starts.push_back(begin + i + 1);
-    if (byte < 0x80) continue;
-    if ((byte & 0xC0) == 0x80) continuations.push_back(begin + i);
-    if (byte >= 0xF0) four_byte_leads.push_back(begin + i);
-  }
+  MarkBytes(replacement, begin, &starts, &continuations, &four_byte_leads);
   const int64_t delta = static_cast<int64_t>(replacement.size()) - (end - begin);
   // A line starts after each line break: those of the bytes replaced are in (BEGIN, END].
   syntax::ReplaceMarks(line_starts_, begin + 1, end + 1, starts, delta);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace pcfg::lsp {
@@ -37,7 +38,7 @@ class Document {
   }
 
   // Replaces RANGE (all of the text when absent) with TEXT; false when the range is backwards.
-  bool Change(const std::optional<Range>& range, const std::string& text, PositionEncoding encoding);
+  bool Change(const std::optional<Range>& range, std::string text, PositionEncoding encoding);
   void set_version(int version) { version_ = version; }
 
   // What the changes since the text was last lent did, as one edit: bytes [begin, old_end) of
@@ -66,6 +67,9 @@ class Document {
 
  private:
   void IndexLines();
+  // Adds the marks of TEXT, which stands at OFFSET of the document, to the three lists.
+  static void MarkBytes(std::string_view text, uint32_t offset, std::vector<uint32_t>* line_starts,
+                        std::vector<uint32_t>* continuations, std::vector<uint32_t>* four_byte_leads);
   // Bytes [BEGIN, END) replaced by REPLACEMENT: the line and UTF-8 marks moved, those of
   // REPLACEMENT added, in a pass over the marks rather than the text.
   void ReindexReplaced(uint32_t begin, uint32_t end, const std::string& replacement);

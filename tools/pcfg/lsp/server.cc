@@ -125,10 +125,10 @@ void Server::HandleBody(const std::string& body) {
                       "a message over " + std::to_string(kMaxMessageBytes >> 20) + " MiB, not read");
   Json message = Json::parse(body, nullptr, /*allow_exceptions=*/false);
   if (message.is_discarded()) return ReplyError(nullptr, kParseError, "the message is not JSON");
-  Handle(message);
+  Handle(std::move(message));
 }
 
-void Server::Handle(const Json& message) {
+void Server::Handle(Json message) {
   if (!message.is_object() || !message.contains("method") || !message["method"].is_string()) {
     // A reply to a request of ours (we send none) or something that is no message at all.
     if (message.is_object() && (message.contains("result") || message.contains("error"))) return;
@@ -140,7 +140,7 @@ void Server::Handle(const Json& message) {
   const Json id = request ? message["id"] : Json(nullptr);
   if (request && !id.is_string() && !id.is_number_integer())
     return ReplyError(nullptr, kInvalidRequest, "a request id is a number or a string");
-  const Json params = message.contains("params") ? message["params"] : Json::object();
+  Json params = message.contains("params") ? std::move(message["params"]) : Json::object();
 
   if (method == "exit") {
     exited_ = true;
@@ -186,7 +186,7 @@ void Server::Handle(const Json& message) {
 
 // ---- Life cycle ----
 
-Json Server::Initialize(const Json& params) {
+Json Server::Initialize(Json& params) {
   if (initialized_) throw std::runtime_error("initialize was already called");
   initialized_ = true;
   const Json capabilities = params.value("capabilities", Json::object());
@@ -228,22 +228,24 @@ Json Server::Initialize(const Json& params) {
           {"serverInfo", {{"name", "pcfg"}, {"version", PCFG_VERSION}}}};
 }
 
-Json Server::Shutdown(const Json&) {
+Json Server::Shutdown(Json&) {
   shut_down_ = true;
   return nullptr;
 }
 
-Json Server::Ignore(const Json&) { return nullptr; }
+Json Server::Ignore(Json&) { return nullptr; }
 
 // ---- Documents ----
 
-Json Server::DidOpen(const Json& params) {
-  const Json& item = params.at("textDocument");
+Json Server::DidOpen(Json& params) {
+  Json& item = params.at("textDocument");
   const std::string uri = item.at("uri");
   // Read every field before the entry exists: a malformed open must not leave a document
-  // without text behind for later requests to find.
+  // without text behind for later requests to find. The text is taken, not copied: a large
+  // one is tens of megabytes.
+  const int version = item.value("version", 0);
   auto document =
-      std::make_unique<Document>(uri, item.at("text").get<std::string>(), item.value("version", 0));
+      std::make_unique<Document>(uri, std::move(item.at("text").get_ref<std::string&>()), version);
   OpenDocument& open = documents_[uri];
   open.document = std::move(document);
   open.analysis.reset();
@@ -253,7 +255,7 @@ Json Server::DidOpen(const Json& params) {
   return nullptr;
 }
 
-Json Server::DidChange(const Json& params) {
+Json Server::DidChange(Json& params) {
   OpenDocument* open = Find(params);
   if (open == nullptr) return nullptr;  // a change to a document not open: nothing to apply it to
   Document& document = *open->document;
@@ -261,7 +263,7 @@ Json Server::DidChange(const Json& params) {
   // ones before it have changed the text.
   open->ForgetAnalysis();
   open->publish = true;
-  for (const Json& change : params.at("contentChanges")) {
+  for (Json& change : params.at("contentChanges")) {
     std::optional<Range> range;
     if (change.contains("range")) {
       range = Range{PositionFrom(change["range"].at("start")), PositionFrom(change["range"].at("end"))};
@@ -283,14 +285,14 @@ Json Server::DidChange(const Json& params) {
       }
       open->last_good = std::move(kept);
     }
-    if (!document.Change(range, change.at("text").get<std::string>(), encoding_))
+    if (!document.Change(range, std::move(change.at("text").get_ref<std::string&>()), encoding_))
       throw std::runtime_error("a change whose range ends before it starts");
   }
   document.set_version(params.at("textDocument").value("version", document.version()));
   return nullptr;
 }
 
-Json Server::DidClose(const Json& params) {
+Json Server::DidClose(Json& params) {
   const std::string uri = params.at("textDocument").at("uri");
   if (documents_.erase(uri) != 0)
     send_({{"jsonrpc", "2.0"},
@@ -431,7 +433,7 @@ Server::IdAtCursor Server::IdAt(const Json& params) {
   return cursor;
 }
 
-Json Server::Definition(const Json& params) {
+Json Server::Definition(Json& params) {
   const IdAtCursor cursor = IdAt(params);
   if (cursor.at == nullptr) return nullptr;
   OpenDocument* open = cursor.open;
@@ -442,7 +444,7 @@ Json Server::Definition(const Json& params) {
   return LocationOf(*open->document, definition->begin, definition->end);
 }
 
-Json Server::References(const Json& params) {
+Json Server::References(Json& params) {
   const IdAtCursor cursor = IdAt(params);
   if (cursor.at == nullptr) return nullptr;
   OpenDocument* open = cursor.open;
@@ -455,7 +457,7 @@ Json Server::References(const Json& params) {
   return locations;
 }
 
-Json Server::Highlight(const Json& params) {
+Json Server::Highlight(Json& params) {
   const IdAtCursor cursor = IdAt(params);
   if (cursor.at == nullptr) return nullptr;
   OpenDocument* open = cursor.open;
@@ -468,14 +470,14 @@ Json Server::Highlight(const Json& params) {
   return highlights;
 }
 
-Json Server::PrepareRename(const Json& params) {
+Json Server::PrepareRename(Json& params) {
   const IdAtCursor cursor = IdAt(params);
   if (cursor.at == nullptr) return nullptr;
   return {{"range", RangeJson(*cursor.open->document, cursor.at->begin, cursor.at->end)},
           {"placeholder", cursor.at->id}};
 }
 
-Json Server::Rename(const Json& params) {
+Json Server::Rename(Json& params) {
   const IdAtCursor cursor = IdAt(params);
   if (cursor.open == nullptr) return nullptr;
   OpenDocument* open = cursor.open;
@@ -495,7 +497,7 @@ Json Server::Rename(const Json& params) {
 
 // ---- Symbols ----
 
-Json Server::Symbols(const Json& params) {
+Json Server::Symbols(Json& params) {
   OpenDocument* open = Find(params);
   if (open == nullptr) return nullptr;
   const Analysis& analysis = AnalysisOf(*open);
@@ -604,13 +606,13 @@ Json Server::FormatEdits(OpenDocument& open, int first_line, int last_line) {
   return edits;
 }
 
-Json Server::Formatting(const Json& params) {
+Json Server::Formatting(Json& params) {
   OpenDocument* open = Find(params);
   if (open == nullptr) return nullptr;
   return FormatEdits(*open, 0, 0);
 }
 
-Json Server::RangeFormatting(const Json& params) {
+Json Server::RangeFormatting(Json& params) {
   OpenDocument* open = Find(params);
   if (open == nullptr) return nullptr;
   const Json& range = params.at("range");
@@ -627,7 +629,7 @@ namespace pcfg::lsp {
 
 // ---- What the schema knows ----
 
-Json Server::Hover(const Json& params) {
+Json Server::Hover(Json& params) {
   OpenDocument* open = Find(params);
   if (open == nullptr) return nullptr;
   const Analysis& analysis = AnalysisOf(*open);
@@ -640,7 +642,7 @@ Json Server::Hover(const Json& params) {
           {"range", RangeJson(*open->document, note.begin, note.end)}};
 }
 
-Json Server::Completion(const Json& params) {
+Json Server::Completion(Json& params) {
   OpenDocument* open = Find(params);
   if (open == nullptr) return nullptr;
   const Analysis& analysis = AnalysisOf(*open);
@@ -678,7 +680,7 @@ Json Server::Completion(const Json& params) {
   return {{"isIncomplete", incomplete}, {"items", std::move(items)}};
 }
 
-Json Server::CodeActions(const Json& params) {
+Json Server::CodeActions(Json& params) {
   OpenDocument* open = Find(params);
   if (open == nullptr) return nullptr;
   const Analysis& analysis = AnalysisOf(*open);
@@ -708,7 +710,7 @@ Json Server::CodeActions(const Json& params) {
 }
 
 // After each reference, the kind of entry it names; a reference to nothing says so.
-Json Server::InlayHints(const Json& params) {
+Json Server::InlayHints(Json& params) {
   OpenDocument* open = Find(params);
   if (open == nullptr) return nullptr;
   const Analysis& analysis = AnalysisOf(*open);
@@ -736,7 +738,7 @@ Json Server::InlayHints(const Json& params) {
 }
 
 // Over each entry with an id: how many places refer to it.
-Json Server::CodeLenses(const Json& params) {
+Json Server::CodeLenses(Json& params) {
   OpenDocument* open = Find(params);
   if (open == nullptr) return nullptr;
   const Analysis& analysis = AnalysisOf(*open);

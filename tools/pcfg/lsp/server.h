@@ -32,7 +32,7 @@ class Server {
 
   // One message body as it came: answers what is malformed, hands the rest to Handle.
   void HandleBody(const std::string& body);
-  void Handle(const Json& message);
+  void Handle(Json message);
   // Publishes the diagnostics of documents changed since the last call (the caller does this
   // when no message is waiting, so that a burst of edits is analysed once).
   void PublishPending();
@@ -67,7 +67,8 @@ class Server {
     }
     std::shared_ptr<Analysis> previous;  // of an earlier text, which the document holds now
   };
-  using Handler = Json (Server::*)(const Json& params);
+  // Handlers may take what they keep out of PARAMS (an opened text) rather than copy it.
+  using Handler = Json (Server::*)(Json& params);
   struct Method {
     Handler handler;
     bool needs_document;  // answered ContentModified when its document changes meanwhile
@@ -91,25 +92,25 @@ class Server {
   Json LocationOf(const Document& document, uint32_t begin, uint32_t end) const;
   Json RangeJson(const Document& document, uint32_t begin, uint32_t end) const;
 
-  Json Initialize(const Json& params);
-  Json Shutdown(const Json& params);
-  Json DidOpen(const Json& params);
-  Json DidChange(const Json& params);
-  Json DidClose(const Json& params);
-  Json Ignore(const Json& params);
-  Json Definition(const Json& params);
-  Json References(const Json& params);
-  Json Highlight(const Json& params);
-  Json PrepareRename(const Json& params);
-  Json Rename(const Json& params);
-  Json Symbols(const Json& params);
-  Json Formatting(const Json& params);
-  Json RangeFormatting(const Json& params);
-  Json Hover(const Json& params);
-  Json Completion(const Json& params);
-  Json CodeActions(const Json& params);
-  Json InlayHints(const Json& params);
-  Json CodeLenses(const Json& params);
+  Json Initialize(Json& params);
+  Json Shutdown(Json& params);
+  Json DidOpen(Json& params);
+  Json DidChange(Json& params);
+  Json DidClose(Json& params);
+  Json Ignore(Json& params);
+  Json Definition(Json& params);
+  Json References(Json& params);
+  Json Highlight(Json& params);
+  Json PrepareRename(Json& params);
+  Json Rename(Json& params);
+  Json Symbols(Json& params);
+  Json Formatting(Json& params);
+  Json RangeFormatting(Json& params);
+  Json Hover(Json& params);
+  Json Completion(Json& params);
+  Json CodeActions(Json& params);
+  Json InlayHints(Json& params);
+  Json CodeLenses(Json& params);
   Json RelatedTo(const Analysis& analysis, const Document& document, const Diagnostic& diagnostic,
                  uint32_t begin, uint32_t end) const;
   Json FormatEdits(OpenDocument& open, int first_line, int last_line);
