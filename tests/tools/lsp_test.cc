@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -420,6 +422,34 @@ TEST(Lsp, AnEditInsideOneEntryIsReadAlone) {
 
 // Edits merged into one as the document takes them: the bytes before its start and after its end
 // are those of the text lent, and the lines and columns are those of the text as it is now.
+TEST(Lsp, ALargeTextIsParsedOnTwoThreadsBesideItsTree) {
+  // Large enough to be parsed in two halves, the tree built on a thread of its own meanwhile:
+  // findings in both halves are placed by that tree, and an edit made before anything asked for
+  // the tree still reads its entry alone.
+  std::string text;
+  for (int i = 0; text.size() < (400 << 10); ++i)
+    text += "peripherals { id: \"p" + std::to_string(i) + "\" type: PERIPHERAL_TYPE_IMU }\n";
+  const int last_line = static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+  text += "peripherals { id: \"p1\" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: \"gone\" } }\n";
+  Session session(J(R"({"textDocument": {"publishDiagnostics": {"relatedInformation": true}}})"));
+  session.Open(text);
+  std::map<std::string, Json> found;
+  for (const Json& d : session.Diagnostics()) found[d.value("code", "")] = d;
+  EXPECT_EQ(found["dangling-reference"]["range"], Range(last_line, 64, 85));  // peripheral_id: "gone"
+  EXPECT_EQ(found["duplicate-id"]["range"]["start"]["line"], last_line);
+  EXPECT_EQ(found["duplicate-id"]["relatedInformation"][0]["location"]["range"], Range(1, 19, 21));
+
+  pcfg::lsp::Analysis analysis("t.txtpb", text);
+  analysis.TakeText();
+  std::string edited = text;
+  const size_t at = edited.find("gone");
+  edited[at] = 'G';
+  std::string lent = edited;
+  EXPECT_TRUE(analysis.Update(lent, static_cast<uint32_t>(at), static_cast<uint32_t>(at + 1),
+                              static_cast<uint32_t>(at + 1)));
+  ExpectSameAnalysis(analysis, pcfg::lsp::Analysis("t.txtpb", edited));
+}
+
 TEST(Lsp, ChangesSinceTheTextWasLentMergeIntoOneEdit) {
   const std::string lent = "a {\n  b: 1\n}\n\xc3\xa9 c {\n  d: \"\xf0\x9f\x98\x80\"\n}\n";
   pcfg::lsp::Document document("file:///t", lent, 1);

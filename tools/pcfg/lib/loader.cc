@@ -100,9 +100,10 @@ class RuntimeLog {
   gp::LogHandler* previous_;
 };
 
-bool ParseText(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
+bool ParseText(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics,
+               const std::function<void()>& one_core_free) {
   RuntimeLog log;
-  if (ParseTextInTwo(loaded->raw, &loaded->config)) return true;
+  if (ParseTextInTwo(loaded->raw, &loaded->config, kSmallestInputWorthCutting, one_core_free)) return true;
   loaded->config.Clear();
   log.Forget();  // what the halves complained of, the whole will again
   TextErrorCollector collector(loaded->file, diagnostics);
@@ -347,13 +348,20 @@ const std::vector<int32_t>* LoadedConfig::ValuesNamed(int32_t message, const std
   return values == by_name->second.end() ? nullptr : &values->second;
 }
 
-void LoadedConfig::OfferSyntax(std::unique_ptr<syntax::SyntaxTree> tree) const {
+void LoadedConfig::OfferSyntax(std::future<std::unique_ptr<syntax::SyntaxTree>> tree) const {
+  offered_syntax_ = std::move(tree);
+}
+
+void LoadedConfig::TakeOfferedSyntax() const {
+  if (!offered_syntax_.valid()) return;
+  std::unique_ptr<syntax::SyntaxTree> tree = offered_syntax_.get();
   if (!syntax_ && tree && tree->source().data() == raw.data() && tree->source().size() == raw.size())
     syntax_ = std::move(tree);
 }
 
 bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t new_end,
                                      syntax::SyntaxTree::Replaced* replaced) {
+  TakeOfferedSyntax();
   if (format != Format::kText || !syntax_ || syntax_->has_errors() || begin > old_end || begin > new_end)
     return false;
   if (arena_after_first_edit_ != 0 &&
@@ -443,6 +451,7 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
 }
 
 const syntax::SyntaxTree& LoadedConfig::Syntax() const {
+  TakeOfferedSyntax();
   if (!syntax_) syntax_ = std::make_unique<syntax::SyntaxTree>(raw);
   return *syntax_;
 }
@@ -460,12 +469,13 @@ bool ParseConfig(const std::string& display_name, Format format, std::string raw
   return ParseLoaded(format, loaded, diagnostics);
 }
 
-bool ParseLoaded(Format format, LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
+bool ParseLoaded(Format format, LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics,
+                 const std::function<void()>& one_core_free) {
   loaded->format = format;
   loaded->config.Clear();
   switch (format) {
     case Format::kText:
-      return ParseText(loaded, diagnostics) && CheckStringsAreUtf8(*loaded, diagnostics);
+      return ParseText(loaded, diagnostics, one_core_free) && CheckStringsAreUtf8(*loaded, diagnostics);
     case Format::kJson:
       return ParseJson(loaded, diagnostics);
     case Format::kBinary:

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -60,9 +61,9 @@ class LoadedConfig {
 
   // The syntax tree of text input, built the first time it is asked for.
   const syntax::SyntaxTree& Syntax() const;
-  // A tree of RAW built elsewhere (on another thread, beside the parse), taken unless one was
-  // built meanwhile.
-  void OfferSyntax(std::unique_ptr<syntax::SyntaxTree> tree) const;
+  // A tree of RAW being built elsewhere (on another thread): whatever first needs the tree waits
+  // for this one rather than build its own.
+  void OfferSyntax(std::future<std::unique_ptr<syntax::SyntaxTree>> tree) const;
 
   // After an edit of text that parsed: RAW now holds bytes [BEGIN, NEW_END) where the text read
   // last held [BEGIN, OLD_END), the rest unchanged. When the edit lies inside one entry of a
@@ -81,7 +82,10 @@ class LoadedConfig {
   const std::vector<int32_t>* ValuesNamed(int32_t message, const std::string& name) const;
   // Line and column of byte OFFSET of text as protobuf's tokenizer counts them.
   std::pair<int, int> TokenizerPosition(uint32_t offset) const;
+  // Takes the tree offered, once it is built, unless it reads other bytes than RAW.
+  void TakeOfferedSyntax() const;
   mutable std::unique_ptr<syntax::SyntaxTree> syntax_;
+  mutable std::future<std::unique_ptr<syntax::SyntaxTree>> offered_syntax_;
   mutable std::unordered_map<int32_t, std::unordered_map<std::string, std::vector<int32_t>>> values_by_name_;
   mutable std::unique_ptr<JsonLocations> json_locations_;
   mutable std::unique_ptr<LineIndex> lines_;
@@ -110,8 +114,10 @@ bool LoadConfig(const std::string& path, const LoadOptions& options, LoadedConfi
 bool ParseConfig(const std::string& display_name, Format format, std::string raw, LoadedConfig* loaded,
                  std::vector<Diagnostic>* diagnostics);
 // Parses LOADED->raw as it stands, LOADED->file naming it: the bytes stay where they are, so that
-// other work can read them meanwhile.
-bool ParseLoaded(Format format, LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics);
+// other work can read them meanwhile. A text parsed on two threads calls ONE_CORE_FREE once this
+// thread's half is done, for work that waits for a core.
+bool ParseLoaded(Format format, LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics,
+                 const std::function<void()>& one_core_free = nullptr);
 
 // How a file is named in diagnostics: "<stdin>" for "-".
 std::string DisplayName(const std::string& path);

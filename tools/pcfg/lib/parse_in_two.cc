@@ -113,7 +113,8 @@ namespace {
 
 // Parses the two halves at once, the second on a thread of its own, and joins them in CONFIG.
 template <typename Half, typename Parse>
-bool ParseHalves(const Half& first, const Half& second_half, Config* config, Parse parse) {
+bool ParseHalves(const Half& first, const Half& second_half, Config* config, Parse parse,
+                 const std::function<void()>& one_core_free = nullptr) {
   Config* second = gp::Arena::CreateMessage<Config>(config->GetArena());
   bool second_parsed = false;
   std::thread worker;
@@ -123,6 +124,14 @@ bool ParseHalves(const Half& first, const Half& second_half, Config* config, Par
     return false;  // no thread to be had (a process limit, say): one thread parses the whole
   }
   const bool first_parsed = parse(first, config);
+  if (one_core_free) {
+    try {
+      one_core_free();
+    } catch (...) {
+      worker.join();
+      throw;
+    }
+  }
   worker.join();
   if (!first_parsed || !second_parsed || SetTwice(*config, *second)) return false;
   MoveLists(second, config);
@@ -132,11 +141,12 @@ bool ParseHalves(const Half& first, const Half& second_half, Config* config, Par
 
 }  // namespace
 
-bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest) {
+bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest,
+                    const std::function<void()>& one_core_free) {
   if (text.size() < smallest || config->GetArena() == nullptr) return false;
   const size_t cut = TextCutPoint(text, text.size() / 2);
   if (cut == std::string_view::npos || cut >= text.size()) return false;
-  return ParseHalves(text.substr(0, cut), text.substr(cut), config, ParseTextQuietly);
+  return ParseHalves(text.substr(0, cut), text.substr(cut), config, ParseTextQuietly, one_core_free);
 }
 
 JsonHalves CutJson(std::string_view json, const JsonCut& cut, bool first, bool second) {

@@ -6,6 +6,7 @@
 // caller parses the whole input again.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -24,7 +25,9 @@ size_t TextCutPoint(std::string_view text, size_t hint);
 
 // Parses TEXT into CONFIG, an empty configuration on an arena, in two halves. False when the
 // caller must parse sequentially instead (CONFIG is then in an unspecified state: clear it).
-bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest = kSmallestInputWorthCutting);
+// ONE_CORE_FREE, when given, is called on this thread once its half is parsed.
+bool ParseTextInTwo(std::string_view text, Config* config, size_t smallest = kSmallestInputWorthCutting,
+                    const std::function<void()>& one_core_free = nullptr);
 // Parses TEXT into CONFIG with protobuf's text parser and reports nothing: false on any error
 // (out of memory included), for a caller that will parse the plain way instead.
 bool ParseTextQuietly(std::string_view text, Config* config);

@@ -1,6 +1,7 @@
 #include "analysis.h"
 
 #include <algorithm>
+#include <chrono>
 #include <future>
 
 #include "checks.h"
@@ -15,7 +16,7 @@ Analysis::Analysis(const std::string& file, std::string&& text, uint64_t max_byt
   try {
     Work(file, max_bytes);
   } catch (...) {
-    text = TakeText();
+    text = Release();
     throw;
   }
 }
@@ -36,24 +37,38 @@ void Analysis::Work(const std::string& file, uint64_t max_bytes) {
     ids_ = std::make_unique<IdIndex>(tree());
     return;
   }
-  // The syntax tree and protobuf's parse read the same bytes and share nothing else: the tree,
-  // and the index of ids read from it, are built on a second thread meanwhile (where none can be
-  // had, here, after the parse).
-  struct Built {
-    std::unique_ptr<syntax::SyntaxTree> tree;
-    std::unique_ptr<IdIndex> ids;
+  // The syntax tree, and the index of ids read from it, are built on another thread from the
+  // moment protobuf's parse (on both cores) leaves one free: the rules run meanwhile, and a text
+  // they find nothing in is published without waiting for the tree. Whatever needs the tree
+  // waits for it.
+  std::promise<std::unique_ptr<syntax::SyntaxTree>> tree;
+  loaded_.OfferSyntax(tree.get_future());
+  auto build = [raw = std::string_view(loaded_.raw), tree = std::move(tree)]() mutable {
+    std::unique_ptr<syntax::SyntaxTree> built;
+    try {
+      built = std::make_unique<syntax::SyntaxTree>(raw);
+    } catch (...) {
+      tree.set_exception(std::current_exception());
+      throw;
+    }
+    const syntax::SyntaxTree& read = *built;  // kept by loaded_ from here
+    tree.set_value(std::move(built));
+    return std::make_unique<IdIndex>(read);
   };
-  std::future<Built> built =
-      std::async(std::launch::async | std::launch::deferred, [raw = std::string_view(loaded_.raw)] {
-        Built done{std::make_unique<syntax::SyntaxTree>(raw), nullptr};
-        done.ids = std::make_unique<IdIndex>(*done.tree);
-        return done;
-      });
-  parsed_ = ParseLoaded(Format::kText, &loaded_, &diagnostics_);
-  Built done = built.get();
-  loaded_.OfferSyntax(std::move(done.tree));
-  ids_ = std::move(done.ids);  // what it says depends on the text alone, whichever tree it read
+  const auto start_tree = [&] {
+    if (!pending_ids_.valid()) pending_ids_ = std::async(std::launch::async | std::launch::deferred, std::move(build));
+  };
+  parsed_ = ParseLoaded(Format::kText, &loaded_, &diagnostics_, start_tree);
+  start_tree();  // a text too short to be parsed on two threads, or one they did not read
+  // Where no thread could be had, the work is done here and now, before anything waits on it.
+  if (pending_ids_.wait_for(std::chrono::seconds(0)) == std::future_status::deferred) Settle();
   if (parsed_) Check();
+}
+
+void Analysis::Settle() const {
+  if (!pending_ids_.valid()) return;
+  ids_ = pending_ids_.get();
+  loaded_.Syntax();  // taken while the text is the one it read
 }
 
 void Analysis::Check() {
@@ -66,6 +81,7 @@ void Analysis::Check() {
 bool Analysis::Update(std::string& text, uint32_t begin, uint32_t old_end, uint32_t new_end,
                       uint64_t max_bytes) {
   if (!parsed_ || unread_ || text.size() > max_bytes) return false;
+  Settle();  // the tree is changed in place below
   loaded_.raw = std::move(text);
   try {
     syntax::SyntaxTree::Replaced replaced;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -35,9 +36,16 @@ class Analysis {
   const LoadedConfig& loaded() const { return loaded_; }
   const std::string& text() const { return unread_ ? *unread_ : loaded_.raw; }
   // The text, given back to whoever lent it; nothing of the analysis may be used after.
-  std::string TakeText() { return std::move(unread_ ? *unread_ : loaded_.raw); }
+  // What was built from it is kept, for Update.
+  std::string TakeText() {
+    Settle();
+    return Release();
+  }
   const syntax::SyntaxTree& tree() const { return loaded_.Syntax(); }
-  const IdIndex& ids() const { return *ids_; }
+  const IdIndex& ids() const {
+    Settle();
+    return *ids_;
+  }
   bool parsed() const { return parsed_; }
   // Why protobuf does not read the text (when it does not), then the rules' findings (when it
   // does), suppressed ones marked.
@@ -49,12 +57,22 @@ class Analysis {
  private:
   void Work(const std::string& file, uint64_t max_bytes);
   void Check();
+  // Waits for the tree's thread to be done, and takes what it built.
+  void Settle() const;
+  // The text, once the tree's thread no longer reads it.
+  std::string Release() {
+    if (pending_ids_.valid()) pending_ids_.wait();
+    return std::move(unread_ ? *unread_ : loaded_.raw);
+  }
 
   LoadedConfig loaded_;
   std::optional<std::string> unread_;  // the text, when over the limit: loaded_ then holds none
   bool parsed_ = false;
   std::vector<Diagnostic> diagnostics_;
-  std::unique_ptr<IdIndex> ids_;
+  mutable std::unique_ptr<IdIndex> ids_;
+  // The index of ids while the tree's thread builds it; declared last, so that the thread is
+  // waited for before the text it reads goes.
+  mutable std::future<std::unique_ptr<IdIndex>> pending_ids_;
 };
 
 }  // namespace pcfg::lsp
