@@ -1,7 +1,8 @@
 // The language server against what an editor, or anything posing as one, may send: a raw stream
 // of frames and bodies, or a document edited at random places with every kind of request between
-// the edits. Properties: nothing crashes or hangs; every request is answered exactly once; and
-// the text the server holds is the text a plain model of the same edits holds.
+// the edits. Properties: nothing crashes or hangs; every request is answered exactly once; the
+// text the server holds is the text a plain model of the same edits holds; and a message read
+// with its document's text decoded apart is the message nlohmann's parser reads.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "fuzz_support.h"
+#include "message_json.h"
 #include "server.h"
 #include "transport.h"
 
@@ -52,6 +54,12 @@ void RawStream(fuzz::Bytes& input) {
   for (int messages = 0; messages < 10000 && !server.exited(); ++messages) {
     const auto result = reader.Next(&body);
     if (result == pcfg::lsp::MessageReader::Result::kEnd) break;
+    if (result == pcfg::lsp::MessageReader::Result::kMessage) {
+      // The open's text decoded apart (tried on every body here) gives what the plain parse does.
+      const Json plain = Json::parse(body, nullptr, false), apart = pcfg::lsp::ParseMessage(body, 0);
+      if (plain.is_discarded() != apart.is_discarded() || (!plain.is_discarded() && plain != apart))
+        fuzz::Fail("a message read with its text decoded apart differs from the plain parse", body);
+    }
     server.HandleBody(result == pcfg::lsp::MessageReader::Result::kMessage ? body
                                                                            : pcfg::lsp::kMalformedHeader);
     server.PublishPending();

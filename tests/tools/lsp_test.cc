@@ -12,6 +12,7 @@
 #include "analysis.h"
 #include "document.h"
 #include "fixes.h"
+#include "message_json.h"
 #include "pcfg_test_support.h"
 #include "server.h"
 #include "transport.h"
@@ -758,6 +759,49 @@ TEST(Lsp, ADocumentOverTheInputLimitIsNotRead) {
   EXPECT_FALSE(analysis.parsed());
   EXPECT_TRUE(analysis.ids().occurrences().empty());
   EXPECT_FALSE(pcfg::lsp::Analysis("fits.txtpb", kText, kText.size()).ids().occurrences().empty());
+}
+
+TEST(Lsp, AnOpenedTextDecodedApartIsWhatTheParserReads) {
+  const auto open = [](const std::string& text, const std::string& before = "",
+                       const std::string& after = "") {
+    return R"({"jsonrpc":"2.0","method":"textDocument/didOpen","params":{"textDocument":{)" + before +
+           R"("uri":"file:///t","text":"the longest string of the message: )" + text + "\"" + after + "}}}";
+  };
+  std::vector<std::string> bodies = {
+      open(R"(a\nb\t\"c\\ d\/e\b\f\r)"),
+      open("caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80 \xef\xbf\xbd \xf4\x8f\xbf\xbf"),
+      open(R"(ends in a backslash \\)"),
+      open(R"(\u00e9 is left to the plain parse)"),
+      open("an overlong \xc0\xaf"),
+      open("a surrogate \xed\xa0\x80"),
+      open("past U+10FFFF \xf4\x90\x80\x80"),
+      open("overlong \xe0\x80\xaf"),
+      open("overlong \xf0\x80\x80\xaf"),
+      open("cut short \xe2\x82"),
+      open("cut short \xf1\x80\x80"),
+      open("a lone continuation \x80"),
+      open("a control character \x01"),
+      open(R"(a bad escape \x)"),
+      open("a raw\nline break"),
+      open("text", R"("text":"the first of two texts",)"),
+      open("text", "", R"(,"version":1)") + " trailing",
+      open(R"(a \"\u0000\" stand-in already there)"),
+      open("text", "", R"(,"text":"\u0000")"),
+      R"({"params":{"text":"not a document's text"}})",
+      R"({"params":{"textDocument":{"text":"short","uri":"file:///a-longer-string-than-the-text"}}})",
+      R"({"params":{"textDocument":{"text":"unclosed)",
+  };
+  // Each byte that needs a look, at each place of an eight-byte word.
+  for (const std::string special : {"\\n", "\\\"", "\\\\", "\xc3\xa9", "\x1f", "\""})
+    for (size_t at = 0; at < 17; ++at)
+      bodies.push_back(open(std::string(at, 'x') + special + std::string(20, 'y')));
+  for (const std::string& body : bodies) {
+    const Json plain = Json::parse(body, nullptr, false), apart = pcfg::lsp::ParseMessage(body, 1);
+    ASSERT_EQ(plain.is_discarded(), apart.is_discarded()) << body;
+    if (!plain.is_discarded()) {
+      EXPECT_EQ(plain, apart) << body;
+    }
+  }
 }
 
 TEST(Lsp, FramingSurvivesWhatThePeerSends) {

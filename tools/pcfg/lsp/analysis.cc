@@ -56,7 +56,8 @@ void Analysis::Work(const std::string& file, uint64_t max_bytes) {
     return std::make_unique<IdIndex>(read);
   };
   const auto start_tree = [&] {
-    if (!pending_ids_.valid()) pending_ids_ = std::async(std::launch::async | std::launch::deferred, std::move(build));
+    if (!pending_ids_.valid())
+      pending_ids_ = std::async(std::launch::async | std::launch::deferred, std::move(build));
   };
   parsed_ = ParseLoaded(Format::kText, &loaded_, &diagnostics_, start_tree);
   start_tree();  // a text too short to be parsed on two threads, or one they did not read

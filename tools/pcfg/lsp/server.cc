@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "fixes.h"
+#include "message_json.h"
 #include "schema_help.h"
 #include "text_formatting.h"
 #include "text_layout.h"
@@ -123,7 +124,7 @@ void Server::HandleBody(const std::string& body) {
   if (body == kTooLarge)
     return ReplyError(nullptr, kParseError,
                       "a message over " + std::to_string(kMaxMessageBytes >> 20) + " MiB, not read");
-  Json message = Json::parse(body, nullptr, /*allow_exceptions=*/false);
+  Json message = ParseMessage(body);
   if (message.is_discarded()) return ReplyError(nullptr, kParseError, "the message is not JSON");
   Handle(std::move(message));
 }

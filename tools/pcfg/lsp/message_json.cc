@@ -1,0 +1,138 @@
+#include "message_json.h"
+
+#include <cstdint>
+#include <cstring>
+#include <tuple>
+#include <utility>
+
+namespace pcfg::lsp {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr uint64_t kOnes = 0x0101010101010101, kHighBits = 0x8080808080808080;
+
+constexpr uint64_t HasZeroByte(uint64_t word) { return (word - kOnes) & ~word & kHighBits; }
+
+// Whether any of the eight bytes needs a look of its own: a control character, a byte of 128 and
+// up, a quote or a backslash.
+constexpr bool NeedsALook(uint64_t word) {
+  return (((word - 0x20 * kOnes) & ~word) | word | HasZeroByte(word ^ ('"' * kOnes)) |
+          HasZeroByte(word ^ ('\\' * kOnes))) &
+         kHighBits;
+}
+
+// The length of the well-formed UTF-8 sequence at S[AT] (RFC 3629), or 0.
+size_t Utf8Length(std::string_view s, size_t at) {
+  const auto byte = [&](size_t k) -> unsigned {
+    return at + k < s.size() ? static_cast<unsigned char>(s[at + k]) : 0;
+  };
+  const auto follows = [&](size_t k, unsigned low = 0x80, unsigned high = 0xBF) {
+    return byte(k) >= low && byte(k) <= high;
+  };
+  const unsigned lead = byte(0);
+  if (lead >= 0xC2 && lead <= 0xDF) return follows(1) ? 2 : 0;
+  if (lead == 0xE0) return follows(1, 0xA0) && follows(2) ? 3 : 0;
+  if (lead == 0xED) return follows(1, 0x80, 0x9F) && follows(2) ? 3 : 0;  // no surrogates
+  if (lead >= 0xE1 && lead <= 0xEF) return follows(1) && follows(2) ? 3 : 0;
+  if (lead == 0xF0) return follows(1, 0x90) && follows(2) && follows(3) ? 4 : 0;
+  if (lead >= 0xF1 && lead <= 0xF3) return follows(1) && follows(2) && follows(3) ? 4 : 0;
+  if (lead == 0xF4) return follows(1, 0x80, 0x8F) && follows(2) && follows(3) ? 4 : 0;  // to U+10FFFF
+  return 0;
+}
+
+// The closing quote of the string whose opening quote is S[OPEN], or npos.
+size_t ClosingQuote(std::string_view s, size_t open) {
+  for (size_t from = open + 1;;) {
+    const void* found = std::memchr(s.data() + from, '"', s.size() - from);
+    if (found == nullptr) return std::string_view::npos;
+    const size_t quote = static_cast<size_t>(static_cast<const char*>(found) - s.data());
+    size_t backslashes = 0;
+    while (quote - backslashes > open + 1 && s[quote - 1 - backslashes] == '\\') ++backslashes;
+    if (backslashes % 2 == 0) return quote;
+    from = quote + 1;
+  }
+}
+
+// The value at params.textDocument.text, or null.
+Json* OpenedText(Json& message) {
+  if (!message.is_object()) return nullptr;
+  const auto params = message.find("params");
+  if (params == message.end() || !params->is_object()) return nullptr;
+  const auto document = params->find("textDocument");
+  if (document == params->end() || !document->is_object()) return nullptr;
+  const auto text = document->find("text");
+  return text == document->end() ? nullptr : &*text;
+}
+
+}  // namespace
+
+bool DecodePlainJsonString(std::string_view quoted, std::string* out) {
+  out->reserve(out->size() + quoted.size());
+  size_t run = 0;  // the start of the bytes not yet copied
+  for (size_t at = 0; at < quoted.size();) {
+    if (quoted.size() - at >= 8) {
+      uint64_t word;
+      std::memcpy(&word, quoted.data() + at, 8);
+      if (!NeedsALook(word)) {
+        at += 8;
+        continue;
+      }
+    }
+    const unsigned char byte = static_cast<unsigned char>(quoted[at]);
+    if (byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\') {
+      ++at;
+    } else if (byte >= 0x80) {
+      const size_t length = Utf8Length(quoted, at);
+      if (length == 0) return false;
+      at += length;
+    } else if (byte != '\\' || at + 1 == quoted.size()) {
+      return false;  // a control character, a quote, or a backslash that escapes nothing
+    } else {
+      out->append(quoted.data() + run, at - run);
+      static constexpr std::string_view kEscaped = "\"\\/bfnrt", kMeant = "\"\\/\b\f\n\r\t";
+      const size_t escape = kEscaped.find(quoted[at + 1]);
+      if (escape == std::string_view::npos) return false;  // \u among them: the plain parser's
+      out->push_back(kMeant[escape]);
+      at += 2;
+      run = at;
+    }
+  }
+  out->append(quoted.data() + run, quoted.size() - run);
+  return true;
+}
+
+Json ParseMessage(const std::string& body, size_t smallest) {
+  const auto plain = [&body] { return Json::parse(body, nullptr, /*allow_exceptions=*/false); };
+  if (body.size() < smallest) return plain();
+  // The longest string of the body. Outside a string, a quote in JSON can only open one.
+  size_t open = std::string_view::npos, close = 0;
+  for (size_t from = 0;;) {
+    const void* found = std::memchr(body.data() + from, '"', body.size() - from);
+    if (found == nullptr) break;
+    const size_t quote = static_cast<size_t>(static_cast<const char*>(found) - body.data());
+    const size_t end = ClosingQuote(body, quote);
+    if (end == std::string_view::npos) return plain();
+    if (open == std::string_view::npos || end - quote > close - open)
+      std::tie(open, close) = std::pair(quote, end);
+    from = end + 1;
+  }
+  if (open == std::string_view::npos || close - open < smallest / 2) return plain();
+  // It stands in the rest as a string no message holds, so that where it lands is certain.
+  constexpr std::string_view kStandIn = "\"\\u0000\"";
+  if (body.find(kStandIn) != std::string::npos) return plain();
+  std::string text;
+  if (!DecodePlainJsonString(std::string_view(body).substr(open + 1, close - open - 1), &text))
+    return plain();
+  std::string rest;
+  rest.reserve(body.size() - (close + 1 - open) + kStandIn.size());
+  rest.append(body, 0, open).append(kStandIn).append(body, close + 1);
+  Json message = Json::parse(rest, nullptr, /*allow_exceptions=*/false);
+  Json* slot = OpenedText(message);
+  if (slot == nullptr || !slot->is_string() || slot->get_ref<const std::string&>() != std::string(1, '\0'))
+    return plain();
+  *slot = std::move(text);
+  return message;
+}
+
+}  // namespace pcfg::lsp
