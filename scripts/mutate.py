@@ -65,7 +65,13 @@ def main():
     mutants = read_list(args.list)
     chosen = range(1, len(mutants) + 1)
     if args.only:
-        chosen = [int(n) for n in args.only.split(",")]
+        try:
+            chosen = [int(n) for n in args.only.split(",")]
+        except ValueError:
+            sys.exit(f"mutate: --only takes mutant numbers separated by commas, not {args.only!r}")
+        missing = [n for n in chosen if not 1 <= n <= len(mutants)]
+        if missing:
+            sys.exit(f"mutate: no mutant {missing[0]}: the list has {len(mutants)}")
     jobs = str(os.cpu_count() or 2)
     rows, stale = [], 0
     originals = {}
