@@ -11,7 +11,7 @@ namespace pcfg::lsp {
 namespace {
 
 constexpr size_t kMaxHeaderBytes = 8192;
-constexpr size_t kShrinkAbove = size_t{1} << 20;  // bytes of buffer kept once a large message is read
+constexpr size_t kReadWhole = size_t{1} << 20;  // bodies this large are read past the buffer
 
 // The value of Content-Length in a header block, or -1.
 long long ContentLength(const std::string& headers) {
@@ -109,15 +109,30 @@ MessageReader::Result MessageReader::Next(std::string* body) {
     }
     return Result::kTooLarge;
   }
-  while (buffer_.size() - at_ < static_cast<size_t>(length))
+  const size_t size = static_cast<size_t>(length);
+  if (size >= kReadWhole) return ReadLargeBody(size, body);
+  while (buffer_.size() - at_ < size)
     if (!Fill()) return Result::kEnd;
-  body->assign(buffer_, at_, static_cast<size_t>(length));
-  at_ += static_cast<size_t>(length);
-  // After a large message (a document opened whole) the buffer gives back what it grew by.
-  if (buffer_.capacity() > kShrinkAbove && buffer_.size() - at_ < kShrinkAbove / 2) {
-    buffer_.erase(0, at_);
-    at_ = 0;
-    buffer_.shrink_to_fit();
+  body->assign(buffer_, at_, size);
+  at_ += size;
+  return Result::kMessage;
+}
+
+MessageReader::Result MessageReader::ReadLargeBody(size_t size, std::string* body) {
+  // Straight into BODY (a document opened whole, say): the buffer never grows to hold it, so it has
+  // no room to give back after, and the body is not copied out of it.
+  const size_t buffered = std::min(size, buffer_.size() - at_);
+  body->resize(size);
+  std::memcpy(body->data(), buffer_.data() + at_, buffered);
+  at_ += buffered;
+  for (size_t done = buffered; done < size;) {
+    const ssize_t got = ::read(fd_, body->data() + done, size - done);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) {
+      ended_ = true;
+      return Result::kEnd;
+    }
+    done += static_cast<size_t>(got);
   }
   return Result::kMessage;
 }

@@ -27,6 +27,7 @@ class MessageReader {
  private:
   bool Fill();  // reads more; false at end of input
   Result NextDelimited(std::string* body);
+  Result ReadLargeBody(size_t size, std::string* body);
   int fd_;
   Style style_;
   std::string buffer_;
