@@ -350,6 +350,16 @@ void ExpectSameAnalysis(const pcfg::lsp::Analysis& got, const pcfg::lsp::Analysi
   EXPECT_EQ(ids(got), ids(want));
 }
 
+TEST(Lsp, AFindingPlacedWhileTheTextIsParsedStartsTheTree) {
+  // Invalid UTF-8 in a string is found, and placed, before the tree's thread would start.
+  Session session;
+  session.Open("peripherals { id: \"\xff\" type: PERIPHERAL_TYPE_IMU }\n");
+  const Json diagnostics = session.Diagnostics();
+  ASSERT_EQ(diagnostics.size(), 1u) << diagnostics.dump();
+  EXPECT_NE(diagnostics[0]["message"].get<std::string>().find("UTF-8"), std::string::npos);
+  EXPECT_EQ(diagnostics[0]["range"]["start"]["character"], 14);
+}
+
 TEST(Lsp, AnEditInsideOneEntryIsReadAlone) {
   const std::string example = pcfg_test::ReadFile(pcfg_test::ExamplePath("headset.txtpb"));
   struct Case {

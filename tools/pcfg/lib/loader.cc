@@ -8,6 +8,7 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <tuple>
+#include <utility>
 
 #include "json_strict.h"
 #include "large_allocator.h"
@@ -348,12 +349,16 @@ const std::vector<int32_t>* LoadedConfig::ValuesNamed(int32_t message, const std
   return values == by_name->second.end() ? nullptr : &values->second;
 }
 
-void LoadedConfig::OfferSyntax(std::future<std::unique_ptr<syntax::SyntaxTree>> tree) const {
+void LoadedConfig::OfferSyntax(std::future<std::unique_ptr<syntax::SyntaxTree>> tree,
+                               std::function<void()> start) const {
   offered_syntax_ = std::move(tree);
+  start_offered_syntax_ = std::move(start);
 }
 
 void LoadedConfig::TakeOfferedSyntax() const {
   if (!offered_syntax_.valid()) return;
+  // Asked for before its work began (a finding located while the text is parsed): it begins now.
+  if (const std::function<void()> start = std::exchange(start_offered_syntax_, nullptr)) start();
   std::unique_ptr<syntax::SyntaxTree> tree = offered_syntax_.get();
   if (!syntax_ && tree && tree->source().data() == raw.data() && tree->source().size() == raw.size())
     syntax_ = std::move(tree);

@@ -61,9 +61,10 @@ class LoadedConfig {
 
   // The syntax tree of text input, built the first time it is asked for.
   const syntax::SyntaxTree& Syntax() const;
-  // A tree of RAW being built elsewhere (on another thread): whatever first needs the tree waits
-  // for this one rather than build its own.
-  void OfferSyntax(std::future<std::unique_ptr<syntax::SyntaxTree>> tree) const;
+  // A tree of RAW built elsewhere (on another thread): whatever first needs the tree calls START,
+  // which starts that work unless it has started, and waits for TREE rather than build its own.
+  // It must be taken (Syntax()) while RAW is the text it reads.
+  void OfferSyntax(std::future<std::unique_ptr<syntax::SyntaxTree>> tree, std::function<void()> start) const;
 
   // After an edit of text that parsed: RAW now holds bytes [BEGIN, NEW_END) where the text read
   // last held [BEGIN, OLD_END), the rest unchanged. When the edit lies inside one entry of a
@@ -86,6 +87,7 @@ class LoadedConfig {
   void TakeOfferedSyntax() const;
   mutable std::unique_ptr<syntax::SyntaxTree> syntax_;
   mutable std::future<std::unique_ptr<syntax::SyntaxTree>> offered_syntax_;
+  mutable std::function<void()> start_offered_syntax_;
   mutable std::unordered_map<int32_t, std::unordered_map<std::string, std::vector<int32_t>>> values_by_name_;
   mutable std::unique_ptr<JsonLocations> json_locations_;
   mutable std::unique_ptr<LineIndex> lines_;

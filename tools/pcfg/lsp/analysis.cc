@@ -40,35 +40,36 @@ void Analysis::Work(const std::string& file, uint64_t max_bytes) {
   // The syntax tree, and the index of ids read from it, are built on another thread from the
   // moment protobuf's parse (on both cores) leaves one free: the rules run meanwhile, and a text
   // they find nothing in is published without waiting for the tree. Whatever needs the tree
-  // waits for it.
-  std::promise<std::unique_ptr<syntax::SyntaxTree>> tree;
-  loaded_.OfferSyntax(tree.get_future());
-  auto build = [raw = std::string_view(loaded_.raw), tree = std::move(tree)]() mutable {
-    std::unique_ptr<syntax::SyntaxTree> built;
-    try {
-      built = std::make_unique<syntax::SyntaxTree>(raw);
-    } catch (...) {
-      tree.set_exception(std::current_exception());
-      throw;
-    }
-    const syntax::SyntaxTree& read = *built;  // kept by loaded_ from here
-    tree.set_value(std::move(built));
-    return std::make_unique<IdIndex>(read);
-  };
-  const auto start_tree = [&] {
-    if (!pending_ids_.valid())
-      pending_ids_ = std::async(std::launch::async | std::launch::deferred, std::move(build));
-  };
-  parsed_ = ParseLoaded(Format::kText, &loaded_, &diagnostics_, start_tree);
-  start_tree();  // a text too short to be parsed on two threads, or one they did not read
-  // Where no thread could be had, the work is done here and now, before anything waits on it.
-  if (pending_ids_.wait_for(std::chrono::seconds(0)) == std::future_status::deferred) Settle();
+  // waits for it (and starts its work, when that has not begun).
+  loaded_.OfferSyntax(tree_.get_future(), [this] { StartTree(); });
+  parsed_ = ParseLoaded(Format::kText, &loaded_, &diagnostics_, [this] { StartTree(); });
+  StartTree();  // a text too short to be parsed on two threads, or one they did not read
   if (parsed_) Check();
 }
 
+void Analysis::StartTree() {
+  if (pending_ids_.valid() || ids_) return;
+  pending_ids_ = std::async(std::launch::async | std::launch::deferred,
+                            [raw = std::string_view(loaded_.raw), tree = std::move(tree_)]() mutable {
+                              std::unique_ptr<syntax::SyntaxTree> built;
+                              try {
+                                built = std::make_unique<syntax::SyntaxTree>(raw);
+                              } catch (...) {
+                                tree.set_exception(std::current_exception());
+                                throw;
+                              }
+                              // Kept by the future loaded_ holds until it takes it, and by loaded_ after.
+                              const syntax::SyntaxTree& read = *built;
+                              tree.set_value(std::move(built));
+                              return std::make_unique<IdIndex>(read);
+                            });
+  // Where no thread could be had, the work is done here and now, before anything waits on it.
+  if (pending_ids_.wait_for(std::chrono::seconds(0)) == std::future_status::deferred)
+    ids_ = pending_ids_.get();
+}
+
 void Analysis::Settle() const {
-  if (!pending_ids_.valid()) return;
-  ids_ = pending_ids_.get();
+  if (pending_ids_.valid()) ids_ = pending_ids_.get();
   loaded_.Syntax();  // taken while the text is the one it read
 }
 

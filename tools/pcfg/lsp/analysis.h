@@ -24,6 +24,9 @@ class Analysis {
   // The same, keeping TEXT itself rather than a copy: a large document is then held once. Should
   // the work throw, TEXT is given back before the exception leaves.
   Analysis(const std::string& file, std::string&& text, uint64_t max_bytes = kDefaultMaxInputBytes);
+  // Stays where it was made: the tree's work is started through a pointer to it.
+  Analysis(const Analysis&) = delete;
+  Analysis& operator=(const Analysis&) = delete;
 
   // Makes this the analysis of TEXT, which differs from the text analysed (taken back by now)
   // by bytes [BEGIN, OLD_END) having become [BEGIN, NEW_END), when the edit allows reading one
@@ -57,6 +60,8 @@ class Analysis {
  private:
   void Work(const std::string& file, uint64_t max_bytes);
   void Check();
+  // Starts the tree's thread, unless it has started.
+  void StartTree();
   // Waits for the tree's thread to be done, and takes what it built.
   void Settle() const;
   // The text, once the tree's thread no longer reads it.
@@ -70,6 +75,7 @@ class Analysis {
   bool parsed_ = false;
   std::vector<Diagnostic> diagnostics_;
   mutable std::unique_ptr<IdIndex> ids_;
+  std::promise<std::unique_ptr<syntax::SyntaxTree>> tree_;  // kept by the tree's thread once it starts
   // The index of ids while the tree's thread builds it; declared last, so that the thread is
   // waited for before the text it reads goes.
   mutable std::future<std::unique_ptr<IdIndex>> pending_ids_;
