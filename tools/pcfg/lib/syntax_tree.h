@@ -119,12 +119,23 @@ void ForEachMarkByte(std::string_view source, uint32_t from, uint32_t to, Mark m
     if (to - at >= 8) {
       uint64_t word;
       std::memcpy(&word, source.data() + at, 8);
-      // The high bit of each byte below 11 (line break, tab and the like) or of 128 and up; a byte
-      // flagged wrongly is only looked at again below.
-      if (((((word - 11 * kOnes) & ~word) | word) & kHighBits) == 0) {
+      // The high bit of each byte below 11 (line break, tab and the like) or of 128 and up, and
+      // perhaps of a byte after one below 11: each flagged byte is looked at.
+      uint64_t flagged = (((word - 11 * kOnes) & ~word) | word) & kHighBits;
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+      for (; flagged != 0; flagged &= flagged - 1) {
+        const uint32_t i = at + static_cast<uint32_t>(__builtin_ctzll(flagged)) / 8;
+        const unsigned char byte = static_cast<unsigned char>(source[i]);
+        if (byte == '\n' || byte == '\t' || byte >= 0x80) mark(i, byte);
+      }
+      at += 8;
+      continue;
+#else
+      if (flagged == 0) {
         at += 8;
         continue;
       }
+#endif
     }
     for (const uint32_t end = std::min(at + 8, to); at < end; ++at) {
       const unsigned char byte = static_cast<unsigned char>(source[at]);
