@@ -771,7 +771,7 @@ TEST(Lsp, ADocumentOverTheInputLimitIsNotRead) {
   EXPECT_FALSE(pcfg::lsp::Analysis("fits.txtpb", kText, kText.size()).ids().occurrences().empty());
 }
 
-TEST(Lsp, AnOpenedTextDecodedApartIsWhatTheParserReads) {
+TEST(Lsp, ADocumentsTextDecodedApartIsWhatTheParserReads) {
   const auto open = [](const std::string& text, const std::string& before = "",
                        const std::string& after = "") {
     return R"({"jsonrpc":"2.0","method":"textDocument/didOpen","params":{"textDocument":{)" + before +
@@ -798,6 +798,8 @@ TEST(Lsp, AnOpenedTextDecodedApartIsWhatTheParserReads) {
       open(R"(a \"\u0000\" stand-in already there)"),
       open("text", "", R"(,"text":"\u0000")"),
       R"({"params":{"text":"not a document's text"}})",
+      R"({"method":"textDocument/didChange","params":{"contentChanges":[{"text":"x"},{"text":"all of it, changed"}]}})",
+      R"({"params":{"the longest string of the message is a key":1}})",
       R"({"params":{"textDocument":{"text":"short","uri":"file:///a-longer-string-than-the-text"}}})",
       R"({"params":{"textDocument":{"text":"unclosed)",
   };

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 namespace pcfg::lsp {
 namespace {
@@ -56,15 +57,18 @@ size_t ClosingQuote(std::string_view s, size_t open) {
   }
 }
 
-// The value at params.textDocument.text, or null.
-Json* OpenedText(Json& message) {
-  if (!message.is_object()) return nullptr;
-  const auto params = message.find("params");
-  if (params == message.end() || !params->is_object()) return nullptr;
-  const auto document = params->find("textDocument");
-  if (document == params->end() || !document->is_object()) return nullptr;
-  const auto text = document->find("text");
-  return text == document->end() ? nullptr : &*text;
+// The string value VALUE holds that is exactly WANTED, or null; depth first, on a stack of its
+// own, since the peer chooses how deep messages nest.
+Json* FindString(Json& value, const std::string& wanted) {
+  std::vector<Json*> left = {&value};
+  while (!left.empty()) {
+    Json* at = left.back();
+    left.pop_back();
+    if (at->is_string() && at->get_ref<const std::string&>() == wanted) return at;
+    if (at->is_structured())
+      for (Json& inner : *at) left.push_back(&inner);
+  }
+  return nullptr;
 }
 
 }  // namespace
@@ -146,9 +150,10 @@ Json ParseMessage(const std::string& body, size_t smallest) {
   rest.reserve(body.size() - (close + 1 - open) + kStandIn.size());
   rest.append(body, 0, open).append(kStandIn).append(body, close + 1);
   Json message = Json::parse(rest, nullptr, /*allow_exceptions=*/false);
-  Json* slot = OpenedText(message);
-  if (slot == nullptr || !slot->is_string() || slot->get_ref<const std::string&>() != std::string(1, '\0'))
-    return plain();
+  // The only string value that is one NUL: none is spelled so in BODY. Not found when the stand-in
+  // took a key's place, or a later key of the same name won.
+  Json* slot = FindString(message, std::string(1, '\0'));
+  if (slot == nullptr) return plain();
   *slot = std::move(text);
   return message;
 }

@@ -837,7 +837,7 @@ int RunLanguageServer(int in_fd, int out_fd, MessageReader::Style style) {
       // messages that may be cancellations or changes are read here.
       if (body.find("$/cancelRequest") != std::string::npos ||
           body.find("textDocument/didChange") != std::string::npos) {
-        const Json message = Json::parse(body, nullptr, false);
+        const Json message = ParseMessage(body);  // a whole text changed is decoded apart
         if (message.is_object() && message.value("method", Json()).is_string()) {
           const std::string method = message["method"];
           const Json params = message.value("params", Json());
