@@ -13,7 +13,9 @@ cd "$(dirname "$0")/.."
 build=${COVERAGE_BUILD_DIR:-build-coverage}
 
 scripts/setup.sh --no-npm gcovr
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS="--coverage" \
+# Counters are updated atomically: the two-thread parse and the language server's threads count
+# into the same counters, and plain increments lose counts or leave gcov negative ones.
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS="--coverage -fprofile-update=atomic" \
   -DCMAKE_EXE_LINKER_FLAGS="--coverage" -DCMAKE_SHARED_LINKER_FLAGS="--coverage" \
   -DPERIPHERALCONFIG_BUILD_BENCHMARKS=OFF >/dev/null
 cmake --build "$build" -j"$(nproc)"

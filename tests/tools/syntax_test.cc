@@ -249,6 +249,62 @@ TEST(Layout, LargeTextsAreProvenInHalves) {
   EXPECT_EQ(again.formatted, layout.formatted);
 }
 
+// fmt and the language server use a layout only when it is proven faithful; each way a layout can
+// fail the proof is refused, with the line of the first comment that moved.
+TEST(Layout, AFaithlessLayoutIsRefused) {
+  pcfg::Config config;
+  config.add_peripherals()->set_id("a");
+  std::string wire;
+  ASSERT_TRUE(config.SerializeToString(&wire));
+  const auto proven = [&](void (*change)(pcfg::TextLayoutResult*, const std::string&)) {
+    pcfg::TextLayoutResult layout;
+    layout.same_tokens = true;
+    layout.written_comments = layout.kept_comments = {"# one", "# two"};
+    layout.written_comment_lines = {3, 7};
+    change(&layout, wire);
+    return layout;
+  };
+  const struct {
+    const char* what;
+    void (*change)(pcfg::TextLayoutResult*, const std::string&);
+    pcfg::LayoutFault fault;
+    int line;
+  } rows[] = {
+      {"proven by its tokens", [](pcfg::TextLayoutResult*, const std::string&) {}, pcfg::LayoutFault::kNone,
+       0},
+      {"parsed again to the same bytes",
+       [](pcfg::TextLayoutResult* l, const std::string& w) {
+         l->same_tokens = false, l->formatted_parsed = true, l->formatted_wire = w;
+       },
+       pcfg::LayoutFault::kNone, 0},
+      {"unreadable as written", [](pcfg::TextLayoutResult* l, const std::string&) { l->tree_errors = true; },
+       pcfg::LayoutFault::kUnreadable, 0},
+      {"other bytes",
+       [](pcfg::TextLayoutResult* l, const std::string& w) {
+         l->same_tokens = false, l->formatted_parsed = true, l->formatted_wire = w + "x";
+       },
+       pcfg::LayoutFault::kMeaning, 0},
+      {"not read at all", [](pcfg::TextLayoutResult* l, const std::string&) { l->same_tokens = false; },
+       pcfg::LayoutFault::kMeaning, 0},
+      {"the second comment changed",
+       [](pcfg::TextLayoutResult* l, const std::string&) { l->kept_comments[1] = "# too"; },
+       pcfg::LayoutFault::kComment, 7},
+      {"the first comment lost",
+       [](pcfg::TextLayoutResult* l, const std::string&) { l->kept_comments = {"# two"}; },
+       pcfg::LayoutFault::kComment, 3},
+      {"a comment added after the last",
+       [](pcfg::TextLayoutResult* l, const std::string&) { l->kept_comments.push_back("# three"); },
+       pcfg::LayoutFault::kComment, 0},
+  };
+  for (const auto& row : rows) {
+    int line = -1;
+    std::string why;
+    EXPECT_EQ(pcfg::CheckLayoutFaithful(config, proven(row.change), &line, &why), row.fault) << row.what;
+    EXPECT_EQ(line, row.line) << row.what;
+    EXPECT_EQ(why.empty(), row.fault == pcfg::LayoutFault::kNone) << row.what;
+  }
+}
+
 TEST(Layout, RangeTakesTheStretchesThatTouchIt) {
   const std::string header = pcfg::kTextHeader;
   // Lines 1-2 are the header; the layout changes line 3, line 6, two of the blank lines 9-11 and
