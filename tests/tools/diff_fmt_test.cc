@@ -210,6 +210,8 @@ TEST(Diff, ComparesUnknownFieldsOfEveryWireType) {
       {"group", "\x3b\x08\x01\x3c", "\x3b\x08\x02\x3c", "{ 7 { 1: 1 } }"},
       {"long, and shown cut", "\x3a\x46" + std::string(70, 'y'), "\x3a\x46" + std::string(70, 'z'),
        "{ 7: \"" + std::string(56, 'y') + "... }"},
+      {"the same value in another wire type", "\x38\x01", std::string("\x3d\x01\x00\x00\x00", 5), "{ 7: 1 }"},
+      {"the same value under another number", "\x38\x01", "\x40\x01", "{ 7: 1 }"},
   };
   const auto entry = [](const std::string& unknown) {
     pcfg::Config config;
@@ -224,6 +226,10 @@ TEST(Diff, ComparesUnknownFieldsOfEveryWireType) {
     const pcfg::Config a = entry(row.a), b = entry(row.b);
     EXPECT_TRUE(pcfg::DiffConfigs(a, entry(row.a)).empty());
     EXPECT_EQ(pcfg::DiffConfigs(a, b).size(), 1u);
+    // Beside a change of a known field, the same unknown field is no difference.
+    const auto typed = pcfg::DiffConfigs(a, entry("\x10\x01" + row.a));
+    ASSERT_EQ(typed.size(), 1u);
+    EXPECT_EQ(typed[0].path, "peripherals[x].type");
     const auto added = pcfg::DiffConfigs(plain, a);
     ASSERT_EQ(added.size(), 1u);
     EXPECT_EQ(pcfg::FormatDifference(added[0]),

@@ -91,8 +91,4 @@ WireSpan WireLocator::Locate(std::string_view wire, const FieldPath& path) const
   return best;
 }
 
-WireSpan LocateInWire(std::string_view wire, const gp::Descriptor* root, const FieldPath& path) {
-  return WireLocator(root).Locate(wire, path);
-}
-
 }  // namespace pcfg

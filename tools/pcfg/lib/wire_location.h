@@ -17,15 +17,12 @@ struct WireSpan {
   int length = 0;
 };
 
-// Follows PATH from a message of type ROOT encoded in WIRE. A repeated field's element N is its
+// Follows paths from a message of type ROOT encoded in WIRE. A repeated field's element N is its
 // N-th record (elements packed into one record share it); a singular field that occurs more than
-// once (the parser merges the occurrences) is found at its first.
-WireSpan LocateInWire(std::string_view wire, const google::protobuf::Descriptor* root, const FieldPath& path);
-
-// The same for many paths into one input: each message's records are indexed once, when a path
-// first enters it, so locating every finding costs one pass over what they touch, not one
-// pass each. WIRE is given with each call (the same bytes each time), so that the locator can
-// move with the buffer that holds them.
+// once (the parser merges the occurrences) is found at its first. Each message's records are
+// indexed once, when a path first enters it, so locating every finding costs one pass over what
+// they touch, not one pass each. WIRE is given with each call (the same bytes each time), so that
+// the locator can move with the buffer that holds them.
 class WireLocator {
  public:
   explicit WireLocator(const google::protobuf::Descriptor* root);
