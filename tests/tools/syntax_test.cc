@@ -1,5 +1,7 @@
 // The lossless syntax tree of the text form and fmt's layout of it: every byte kept, errors that
 // leave the rest of the file readable, positions in bytes and UTF-16, and a table of layouts.
+#include <google/protobuf/io/tokenizer.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -59,6 +61,35 @@ TEST(SyntaxTree, TokensLongerThanATokenHolds) {
   const SyntaxTree tree(text);
   EXPECT_TRUE(tree.has_errors());
   EXPECT_EQ(tree.Print(), text);
+}
+
+// The tree's scanner cuts text where protobuf's tokenizer (TextFormat's) does: the tokens that are
+// not blanks or comments are the tokenizer's, one for one, in every form a number, a name or a
+// string takes, and across every blank the tokenizer skips.
+TEST(SyntaxTree, TokensAreProtobufsTokens) {
+  const std::string inputs[] = {
+      "a: 1.5e+3 b: 2E-7 c: 0X1F d: 0x1e e: .5 f: 1.5f g: 7e5 h: -inf",
+      "a:\v1\fb:\r\n2\tc :3",
+      "s: 'it''s' t: \"a\\\"b\" u: \"\\\\\" v: '\xc3\xa9'",
+      "m < n: [1, 2] > l [{ x: y }, <x: z>]; q: X,",
+      "[ext.name] { } [type.googleapis.com/x.Y] { k: 1 }  # a comment\n",
+  };
+  for (const std::string& input : inputs) {
+    std::vector<std::string> tree_tokens, protobuf_tokens;
+    const SyntaxTree tree(input);
+    for (const pcfg::syntax::Token& token : tree.tokens())
+      if (!token.trivia()) tree_tokens.emplace_back(tree.Text(token));
+    google::protobuf::io::ArrayInputStream stream(input.data(), static_cast<int>(input.size()));
+    struct Quiet : google::protobuf::io::ErrorCollector {
+      void AddError(int, int, const std::string& message) override { ADD_FAILURE() << message; }
+    } errors;
+    google::protobuf::io::Tokenizer tokenizer(&stream, &errors);
+    tokenizer.set_allow_f_after_float(true);
+    tokenizer.set_comment_style(google::protobuf::io::Tokenizer::SH_COMMENT_STYLE);
+    while (tokenizer.Next()) protobuf_tokens.push_back(tokenizer.current().text);
+    EXPECT_FALSE(tree.has_errors()) << input;
+    EXPECT_EQ(tree_tokens, protobuf_tokens) << input;
+  }
 }
 
 TEST(SyntaxTree, ErrorsLeaveTheRestOfTheFileReadable) {
