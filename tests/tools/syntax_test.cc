@@ -188,6 +188,9 @@ TEST(Layout, Table) {
        "b: 1\na {\n  d: 2\n  c: 3\n}\n"},
       {"a message written on one line stays so", "a { b: 1 c { d: 2 } }\n", "a { b: 1 c { d: 2 } }\n"},
       {"an empty message", "a {\n}\nb < >", "a {}\nb {}\n"},
+      {"an empty list", "c: []\nd: [ ]\n", "c: []\nd: []\n"},
+      {"blanks and carriage returns at the ends of lines go", "a: 1  # note \t\r\nb: 2\r\n",
+       "a: 1  # note\nb: 2\n"},
       {"':' only after scalar names", "a: { b: 1 }\nc: [1,2]\nd: [{e: 1}, {e: 2}]\n",
        "a { b: 1 }\nc: [1, 2]\nd [{ e: 1 }, { e: 2 }]\n"},
       {"names and numbers as written", "type: CAMERA_MODEL_OV6211 n: 0x1F f: -1.5e3 s: 'x' \"y\"\n",
@@ -384,6 +387,9 @@ TEST(Layout, UnifiedDiff) {
        "--- x\n+++ x (formatted)\n@@ -1,5 +1,5 @@\n a\n-b\n+B\n c\n d\n e\n@@ -9,3 +9,4 @@\n i\n j\n "
        "k\n+l\n"},
       {"a\nb\nc\n", "a\nb\nc\n", ""},
+      {"", "a\n", "--- x\n+++ x (formatted)\n@@ -0,0 +1,1 @@\n+a\n"},
+      {"a\n", "", "--- x\n+++ x (formatted)\n@@ -1,1 +0,0 @@\n-a\n"},
+      {"a\nb\nc\n", "a\nc\n", "--- x\n+++ x (formatted)\n@@ -1,3 +1,2 @@\n a\n-b\n c\n"},
       {"a\nb", "a\nb\n",
        "--- x\n+++ x (formatted)\n@@ -1,2 +1,2 @@\n a\n-b\n\\ No newline at end of file\n+b\n"},
   };
