@@ -317,7 +317,7 @@ LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
     found = (*values)[index];
     if (field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE) break;
     const syntax::Node& node = tree.node(found);
-    const int32_t value = node.kind == syntax::NodeKind::kField ? node.first_child : found;
+    const int32_t value = node.kind == syntax::NodeKind::kField ? tree.FirstChild(node) : found;
     message = value >= 0 && tree.node(value).kind == syntax::NodeKind::kMessage ? value : -1;
     type = field->message_type();
   }
@@ -335,9 +335,9 @@ const std::vector<int32_t>* LoadedConfig::ValuesNamed(int32_t message, const std
     const syntax::SyntaxTree& tree = *syntax_;
     for (const int32_t child : tree.ChildrenOf(tree.node(message))) {
       const syntax::Node& field = tree.node(child);
-      if (field.kind != syntax::NodeKind::kField || field.first_child < 0) continue;
+      if (field.kind != syntax::NodeKind::kField || tree.FirstChild(field) < 0) continue;
       std::vector<int32_t>& values = by_name->second[tree.Name(field)];
-      const syntax::Node& value = tree.node(field.first_child);
+      const syntax::Node& value = tree.node(tree.FirstChild(field));
       if (value.kind != syntax::NodeKind::kList) {
         values.push_back(child);
         continue;
@@ -390,8 +390,8 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   if (entry < 0) return false;
   const syntax::Node& old = tree.node(entry);
   // Written alone as a message, with no separator after it: its last byte closes the message.
-  if (old.kind != syntax::NodeKind::kField || old.first_child < 0) return false;
-  const syntax::Node& old_value = tree.node(old.first_child);
+  if (old.kind != syntax::NodeKind::kField || tree.FirstChild(old) < 0) return false;
+  const syntax::Node& old_value = tree.node(tree.FirstChild(old));
   if (old_value.kind != syntax::NodeKind::kMessage || !old_value.closed || old_value.end != old.end)
     return false;
   // What comes before it ends where a token must end whatever follows: trivia or a symbol.
@@ -410,9 +410,10 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   for (const int32_t child : tree.ChildrenOf(tree.root())) {
     if (child == entry) break;
     const syntax::Node& before = tree.node(child);
-    if (before.kind != syntax::NodeKind::kField || before.first_child < 0 || !tree.NameIs(before, name, raw))
+    if (before.kind != syntax::NodeKind::kField || tree.FirstChild(before) < 0 ||
+        !tree.NameIs(before, name, raw))
       continue;
-    const syntax::Node& value = tree.node(before.first_child);
+    const syntax::Node& value = tree.node(tree.FirstChild(before));
     if (value.kind != syntax::NodeKind::kList) {
       ++index;
       continue;
@@ -431,12 +432,13 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   const syntax::SyntaxTree entry_tree(text);
   if (entry_tree.has_errors()) return false;
   const syntax::Node& root = entry_tree.root();
-  if (root.first_child < 0 || root.first_child != root.last_child) return false;
-  const syntax::Node& fresh = entry_tree.node(root.first_child);
-  if (fresh.kind != syntax::NodeKind::kField || fresh.first_child < 0 || fresh.first != 0 ||
+  const int32_t only = entry_tree.FirstChild(root);
+  if (only < 0 || entry_tree.node(only).next_sibling >= 0) return false;
+  const syntax::Node& fresh = entry_tree.node(only);
+  if (fresh.kind != syntax::NodeKind::kField || entry_tree.FirstChild(fresh) < 0 || fresh.first != 0 ||
       fresh.end != entry_tree.tokens().size() || entry_tree.Name(fresh) != name)
     return false;
-  const syntax::Node& fresh_value = entry_tree.node(fresh.first_child);
+  const syntax::Node& fresh_value = entry_tree.node(entry_tree.FirstChild(fresh));
   if (fresh_value.kind != syntax::NodeKind::kMessage || !fresh_value.closed || fresh_value.end != fresh.end)
     return false;
 

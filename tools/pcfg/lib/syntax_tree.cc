@@ -119,6 +119,7 @@ class Parser {
     document.kind = NodeKind::kDocument;
     document.end = static_cast<uint32_t>(tree_.tokens_.size());
     tree_.nodes_.push_back(document);
+    rightmost_.assign(1, {0, -1});
     Fields(0, '\0');
     // A stray closing bracket at the top ends no block: it is an error, and reading goes on.
     while (!AtEnd()) {
@@ -151,13 +152,12 @@ class Parser {
     node.parent = parent;
     tree_.nodes_.push_back(node);
     const int32_t index = static_cast<int32_t>(tree_.nodes_.size() - 1);
-    Node& owner = tree_.nodes_[static_cast<size_t>(parent)];
-    if (owner.last_child < 0) {
-      owner.first_child = index;
-    } else {
-      tree_.nodes_[static_cast<size_t>(owner.last_child)].next_sibling = index;
-    }
-    owner.last_child = index;
+    // Nodes come in preorder: a new node's parent is on the path from the root to the last node.
+    while (rightmost_.size() > 1 && rightmost_.back().node != parent) rightmost_.pop_back();
+    int32_t& last_child = rightmost_.back().last_child;
+    if (last_child >= 0) tree_.nodes_[static_cast<size_t>(last_child)].next_sibling = index;
+    last_child = index;
+    rightmost_.push_back({index, -1});
     return index;
   }
   void AddError(int32_t parent, size_t first, size_t end) {
@@ -321,6 +321,11 @@ class Parser {
 
   SyntaxTree& tree_;
   LargeVector<uint32_t> significant_;
+  // The path from the root to the last node added, each with the last child it has so far.
+  struct OnPath {
+    int32_t node, last_child;
+  };
+  std::vector<OnPath> rightmost_;
   size_t pos_ = 0;
   int depth_ = 0;
   bool recovering_ = false;
@@ -435,11 +440,9 @@ SyntaxTree::Replaced SyntaxTree::ReplaceRootEntry(std::string_view source, int32
   for (size_t i = old.first + entry_tree.tokens_.size(); i < tokens_.size(); ++i)
     tokens_[i].begin = static_cast<uint32_t>(tokens_[i].begin + delta);
 
-  // Nodes are numbered in preorder: ENTRY's subtree runs from ENTRY to its last descendant.
-  int32_t last = entry;
-  while (nodes_[static_cast<size_t>(last)].last_child >= 0)
-    last = nodes_[static_cast<size_t>(last)].last_child;
-  const auto subtree_end = static_cast<size_t>(last) + 1;
+  // Nodes are numbered in preorder: ENTRY's subtree runs from ENTRY to its next sibling, or to the
+  // end for the last field of the root.
+  const auto subtree_end = old.next_sibling >= 0 ? static_cast<size_t>(old.next_sibling) : nodes_.size();
   const int64_t node_delta = static_cast<int64_t>(entry_tree.nodes_.size() - 1) - (subtree_end - entry);
   const auto moved_node = [&](int32_t n) {
     return n >= static_cast<int64_t>(subtree_end) ? static_cast<int32_t>(n + node_delta) : n;
@@ -454,8 +457,6 @@ SyntaxTree::Replaced SyntaxTree::ReplaceRootEntry(std::string_view source, int32
     node.end += old.first;
     if (node.kind == NodeKind::kField) node.name_end += old.first;
     node.parent = node.parent == 0 ? old.parent : placed(node.parent);
-    node.first_child = placed(node.first_child);
-    node.last_child = placed(node.last_child);
     node.next_sibling = placed(node.next_sibling);
   }
   replacement[0].next_sibling = moved_node(old.next_sibling);
@@ -469,8 +470,6 @@ SyntaxTree::Replaced SyntaxTree::ReplaceRootEntry(std::string_view source, int32
     node.end = moved_token(node.end);
     if (node.kind == NodeKind::kField) node.name_end = moved_token(node.name_end);
     node.parent = moved_node(node.parent);
-    node.first_child = moved_node(node.first_child);
-    node.last_child = moved_node(node.last_child);
     node.next_sibling = moved_node(node.next_sibling);
   }
   source_ = source;

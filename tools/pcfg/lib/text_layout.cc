@@ -138,7 +138,7 @@ class Layout {
   }
 
   const Node* ValueOf(const Node& field) const {
-    return field.first_child < 0 ? nullptr : &tree_.node(field.first_child);
+    return tree_.FirstChild(field) < 0 ? nullptr : &tree_.node(tree_.FirstChild(field));
   }
 
   void Field(const Node& field) {
@@ -201,7 +201,7 @@ class Layout {
         return tree_.Name(node) + (scalar ? ": " : " ") + OneLine(value);
       }
       case NodeKind::kMessage: {
-        if (node.first_child < 0) return "{}";
+        if (tree_.FirstChild(node) < 0) return "{}";
         std::string text = "{";
         for (const int32_t child : tree_.ChildrenOf(node)) text += " " + OneLine(tree_.node(child));
         return text + " }";
@@ -209,7 +209,7 @@ class Layout {
       case NodeKind::kList: {
         std::string text = "[";
         for (const int32_t child : tree_.ChildrenOf(node))
-          text += (child != node.first_child ? ", " : "") + OneLine(tree_.node(child));
+          text += (child != tree_.FirstChild(node) ? ", " : "") + OneLine(tree_.node(child));
         return text + "]";
       }
       default:
@@ -221,7 +221,7 @@ class Layout {
 
   void Message(const Node& message) {
     if (!HasComments(message)) {
-      if (message.first_child < 0) return Put("{}");
+      if (tree_.FirstChild(message) < 0) return Put("{}");
       if (OnOneLine(message)) {
         const std::string line = OneLine(message);
         if (column_ + Columns(line) <= kLayoutWidth) return Put(line);
@@ -275,7 +275,7 @@ class Layout {
       const std::string text = ValueText(element);
       const bool last = element.next_sibling < 0;
       const size_t needs = Columns(text) + 1;  // and its ',' or ']'
-      if (child != list.first_child) {
+      if (child != tree_.FirstChild(list)) {
         if (column_ + 1 + needs <= kLayoutWidth) {
           Put(" ");
         } else {
@@ -288,7 +288,7 @@ class Layout {
       Put(text);
       Put(last ? "]" : ",");
     }
-    if (list.first_child < 0) Put("]");
+    if (tree_.FirstChild(list) < 0) Put("]");
   }
 
   const SyntaxTree& tree_;

@@ -84,17 +84,17 @@ class Builder {
   // Calls VISIT for each message a field node holds: its value, or each message of its list.
   template <typename Visit>
   void ForEachMessage(const Node& field, const Visit& visit) {
-    if (field.first_child < 0) return;
-    const Node& value = tree_.node(field.first_child);
-    if (value.kind == NodeKind::kMessage) return visit(field.first_child);
+    if (tree_.FirstChild(field) < 0) return;
+    const Node& value = tree_.node(tree_.FirstChild(field));
+    if (value.kind == NodeKind::kMessage) return visit(tree_.FirstChild(field));
     if (value.kind != NodeKind::kList) return;
     for (const int32_t element : tree_.ChildrenOf(value))
       if (tree_.node(element).kind == NodeKind::kMessage) visit(element);
   }
   template <typename Visit>
   void ForEachScalar(const Node& field, const Visit& visit) {
-    if (field.first_child < 0) return;
-    const Node& value = tree_.node(field.first_child);
+    if (tree_.FirstChild(field) < 0) return;
+    const Node& value = tree_.node(tree_.FirstChild(field));
     if (value.kind == NodeKind::kValue) return visit(value);
     if (value.kind != NodeKind::kList) return;
     for (const int32_t element : tree_.ChildrenOf(value))
