@@ -160,6 +160,9 @@ pair() {
     bytes) cmp -s "$scratch/out.A" "$scratch/out.B" || die "$id: the two sides wrote different bytes" ;;
     text) diff -q <(grep -v '^#' "$scratch/out.A") <(grep -v '^#' "$scratch/out.B") >/dev/null ||
       die "$id: the two sides printed different text" ;;
+    # A's text compiles to B's bytes: laid out, it still means what it meant.
+    meaning) "$pcfg" compile --no-check --from text "$scratch/out.A" -o - | cmp -s - "$scratch/out.B" ||
+      die "$id: A's text does not compile to B's bytes" ;;
   esac
   for ((i = 0; i < runs; i++)); do
     run A "$scratch/results/$id.a"
@@ -224,6 +227,13 @@ for scale in $scales; do
   B_CMD=("$pcfg" compile --no-check "$stem.txtpb" -o -) B_IN=$scratch/empty SAME=bytes
   pair "json-text-x$scale"
   row "json-text-x$scale" 'JSON load / text load (`pcfg compile --no-check`)' "$json_size / text" 1.2 ""
+
+  # fmt lays the text out as written and proves the layout; protoc only parses it. The scaled
+  # text is canonical, not laid out: fmt has all of its work to do.
+  A_CMD=("$pcfg" fmt "$stem.txtpb") A_IN=$scratch/empty
+  B_CMD=("$protoc" "${protoc_args[@]}") B_IN=$stem.txtpb SAME=meaning
+  pair "fmt-x$scale"
+  row "fmt-x$scale" '`pcfg fmt` / `protoc --encode`' "$text_size" 1.0 ""
 
   if [ -n "$buf_missing" ]; then
     skipped_row '`pcfg compile` (all checks) / `buf convert`' "$text_size" "$buf_missing"
