@@ -601,6 +601,150 @@ TEST(Lsp, SymbolsHoverAndCompletionFromTheSchema) {
   EXPECT_EQ(labels(session.PositionOf("\"cam0\"]")), std::vector<std::string>{"cam0"}) << "a member of a set";
 }
 
+// Entries written in a list, without an id, with an empty one; a list written twice is one
+// symbol in a client that nests them, each entry in one that does not; other fields none.
+TEST(Lsp, SymbolsOfEntriesHowEverTheyAreWritten) {
+  const std::string text =
+      "general_configs { cadmor_camera_version: 1 }\n"
+      "peripherals: [{ id: \"a\" }, { type: PERIPHERAL_TYPE_IMU }]\n"
+      "device_info { soc_name: \"x\" }\n"
+      "peripherals { id: \"\" }\n";
+  Session nested(J(R"({"textDocument": {"documentSymbol": {"hierarchicalDocumentSymbolSupport": true}}})"));
+  Session flat;
+  for (Session* session : {&nested, &flat}) {
+    session->Open(text);
+    session->set_text(text);
+  }
+  const Json groups =
+      nested.Request("textDocument/documentSymbol", {{"textDocument", {{"uri", kUri}}}})["result"];
+  ASSERT_EQ(groups.size(), 2u) << groups.dump(1);
+  EXPECT_EQ(groups[0]["name"], "peripherals");
+  EXPECT_EQ(groups[0]["range"]["end"]["line"], 3) << "to the end of the second list";
+  std::vector<std::string> names;
+  for (const Json& child : groups[0]["children"]) names.push_back(child["name"]);
+  EXPECT_EQ(names, (std::vector<std::string>{"a", "peripherals", "\"\""}));
+  const Json& unnamed = groups[0]["children"][1];
+  EXPECT_EQ(unnamed["selectionRange"], Range(1, 27, 27)) << "the entry's start: " << unnamed.dump();
+  EXPECT_EQ(groups[1]["children"][0]["name"], "device_info");
+
+  names.clear();
+  const Json symbols =
+      flat.Request("textDocument/documentSymbol", {{"textDocument", {{"uri", kUri}}}})["result"];
+  for (const Json& symbol : symbols)
+    names.push_back(symbol["name"].get<std::string>() + " in " + symbol["containerName"].get<std::string>());
+  EXPECT_EQ(names, (std::vector<std::string>{"a in peripherals", "peripherals in peripherals",
+                                             "device_info in device_info", "\"\" in peripherals"}));
+}
+
+// What a hover says of an id (its template, a cycle, a missing entry, the kind it must name), of
+// a field (its oneof, the comment of its type) and of an enumeration value (its other names, its
+// alias).
+TEST(Lsp, HoverNotesSayWhatTheSchemaAndTheIdsKnow) {
+  Session session(J(R"({"textDocument": {"hover": {"contentFormat": ["markdown"]}}})"));
+  const std::string text =
+      "device_info { device_name: HARDWARE_TREVIL3 }\n"
+      "peripherals { id: \"a\" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: \"b\" } }\n"
+      "peripherals { id: \"b\" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: \"a\" } }\n"
+      "physical_cameras { peripheral_id: \"tmpl\" is_template: true model: CAMERA_MODEL_VELMIR }\n"
+      "physical_cameras { peripheral_id: \"gone\" template_id: \"tmpl\" model: CAMERA_MODEL_OV7251 }\n"
+      "system_options { type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI options_qc_camx_cci {} }\n";
+  session.Open(text);
+  session.set_text(text);
+  struct Row {
+    const char* needle;
+    const char* says;      // empty: no note at all
+    const char* not_says;  // nor this
+  };
+  const Row rows[] = {
+      {"HARDWARE_TREVIL3", "Alias: `TREVIL3`", ""},
+      {"device_name", "`TargetDevice`: The hardware that a configuration is written for", ""},
+      {"CAMERA_MODEL_VELMIR",
+       "also named `CAMERA_MODEL_OV7251` (`CAMERA_MODEL_OV7251` is how pcfg prints it)", ""},
+      {"CAMERA_MODEL_OV7251", "also named `CAMERA_MODEL_VELMIR`", "is how pcfg prints it"},
+      {"tmpl\" is", "template `tmpl`\n\nreferred to 1 time", "peripheral"},
+      {"a\" type", "not brought up: on a dependency cycle or behind one", "brought up 1"},
+      {"gone", "no entry defines it", ""},
+      {"gone", "must name a `PERIPHERAL_TYPE_CAMERA`", ""},
+      {"options_qc_camx_cci",
+       "in `Talvo.Peripherals.Config.Models.PeripheralSystemTypeOptions`, one of `options`", ""},
+      {"true", "", ""},  // a value of no enumeration
+  };
+  for (const Row& row : rows) {
+    const Json result = session.At("textDocument/hover", row.needle, 1);
+    if (*row.says == '\0') {
+      EXPECT_TRUE(result.is_null()) << row.needle << ": " << result.dump();
+      continue;
+    }
+    const std::string note = result["contents"].value("value", "");
+    EXPECT_NE(note.find(row.says), std::string::npos) << row.needle << ": " << note;
+    if (*row.not_says != '\0') {
+      EXPECT_EQ(note.find(row.not_says), std::string::npos) << row.needle << ": " << note;
+    }
+  }
+}
+
+// What completes where: a bool's values, the ids after a list's ',', the fields a oneof leaves
+// open, a field name half typed; nothing under a name the schema does not know.
+TEST(Lsp, CompletionFollowsWhereTheCursorIs) {
+  Session session;  // no snippets
+  const std::string text =
+      "peripherals { id: \"cam0\" type: PERIPHERAL_TYPE_CAMERA }\n"
+      "camera_sets { peripheral_id: \"set0\" camera_peripheral_ids: [\"cam0\", ] }\n"
+      "physical_cameras { is_template:  }\n"
+      "system_options { options_qc_camx_cci {}  }\n"
+      "peripherals { id: \"x\" type }\n"
+      "device_info { soc_name:  }\n"
+      "bogus { x:  }\n"
+      "peripherals { colour:  }\n";
+  session.Open(text);
+  session.set_text(text);
+  const auto complete = [&](const Json& position) {
+    std::map<std::string, Json> items;
+    for (const Json& item : session
+                                .Request("textDocument/completion", {{"textDocument", {{"uri", kUri}}},
+                                                                     {"position", position}})["result"]
+                                .value("items", Json::array()))
+      items[item["label"]] = item;
+    return items;
+  };
+  struct Row {
+    const char* needle;
+    int shift;
+    std::vector<std::string> has, lacks;
+    size_t count;  // 0: any number
+  };
+  const Row rows[] = {
+      {"\"cam0\", ]", 8, {"cam0"}, {}, 1},
+      {"is_template:  }", 13, {"true", "false"}, {}, 2},
+      {"{}  }", 3, {"type"}, {"options_qc_camx", "options_qc_camx_cci"}, 0},
+      {"type }", 4, {"type", "dependencies"}, {"id"}, 0},  // the name typed is no field set yet
+      {"soc_name:  }", 10, {}, {}, 0},
+      {"x:  }", 3, {}, {}, 0},
+      {"colour:  }", 8, {}, {}, 0},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.needle);
+    const std::map<std::string, Json> items = complete(session.PositionOf(row.needle, row.shift));
+    EXPECT_TRUE(!row.has.empty() || items.empty()) << items.size() << " items";
+    EXPECT_TRUE(row.count == 0 || items.size() == row.count) << items.size() << " items";
+    for (const std::string& label : row.has) EXPECT_EQ(items.count(label), 1u) << label;
+    for (const std::string& label : row.lacks) EXPECT_EQ(items.count(label), 0u) << label;
+  }
+  // The name typed is replaced whole.
+  EXPECT_EQ(complete(session.PositionOf("type }", 4))["type"]["textEdit"]["range"],
+            Json({{"start", session.PositionOf("type }")}, {"end", session.PositionOf("type }", 4)}}));
+  // At the top: the lists, a message without a snippet, and the header the document lacks.
+  const Json end = {{"line", 8}, {"character", 0}};
+  std::map<std::string, Json> top = complete(end);
+  EXPECT_EQ(top["peripherals"]["textEdit"]["newText"], "peripherals {}");
+  EXPECT_FALSE(top["peripherals"].contains("insertTextFormat"));
+  EXPECT_EQ(top.count("# proto-file / proto-message header"), 1u);
+  session.Notify("textDocument/didChange", Changes(2, {Edit(Range(0, 0, 0), "# proto-message: x\n")}));
+  top = complete({{"line", 9}, {"character", 0}});
+  EXPECT_EQ(top.count("peripherals"), 1u);
+  EXPECT_EQ(top.count("# proto-file / proto-message header"), 0u) << "the header is there";
+}
+
 TEST(Lsp, ManyIdsCompleteByWhatIsTyped) {
   Session session;
   std::string text;
