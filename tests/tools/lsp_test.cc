@@ -273,6 +273,21 @@ TEST(Lsp, DiagnosticsWithRangesRulesAndSuppressions) {
       moved = d["range"]["start"]["line"] == start["line"].get<int>() + 2;
     }
   EXPECT_TRUE(moved) << broken.dump(1);
+
+  // A suppression that holds hides its finding; a client without tags or related places gets
+  // neither.
+  Session plain;
+  plain.Open(
+      "peripherals { id: \"cam0\" type: PERIPHERAL_TYPE_CAMERA }\n"
+      "physical_cameras { peripheral_id: \"cam0\" }  # pcfg: ignore no-driver -- on the bench\n"
+      "peripherals { id: \"imu0\" type: PERIPHERAL_TYPE_IMU }  # pcfg: ignore no-driver -- not a camera\n"
+      "peripherals { id: \"imu0\" type: PERIPHERAL_TYPE_IMU }\n");
+  std::vector<std::string> codes;
+  for (const Json& d : plain.Diagnostics()) {
+    codes.push_back(d.value("code", ""));
+    EXPECT_FALSE(d.contains("tags") || d.contains("relatedInformation")) << d.dump();
+  }
+  EXPECT_EQ(codes, (std::vector<std::string>{"unused-suppression", "duplicate-id"}));
 }
 
 TEST(Lsp, IncrementalChangesApplyInOrder) {
@@ -295,6 +310,10 @@ TEST(Lsp, IncrementalChangesApplyInOrder) {
                  Changes(4, {Edit(Range(0, 0, 0), "# y\n"), Json{{"range", Range(0, 0, 0)}, {"text", 5}}}));
   session.set_text("# y\n" + kText);
   EXPECT_EQ(session.At("textDocument/definition", "\"cam0\"", 1)["range"], Range(1, 19, 23));
+  const Json backwards = {{"start", {{"line", 0}, {"character", 3}}},
+                          {"end", {{"line", 0}, {"character", 1}}}};
+  session.Notify("textDocument/didChange", Changes(5, {Edit(backwards, "z")}));
+  EXPECT_EQ(*session.server().TextOf(kUri), "# y\n" + kText) << "a range that ends before it starts";
 }
 
 // Everything an analysis answers from: the tree node for node, every byte's line and columns,
@@ -543,6 +562,59 @@ TEST(Lsp, NavigatesByPeripheralAndTemplateIds) {
                                                    {"position", {{"line", 4}, {"character", 3}}},
                                                    {"newName", "x"}})
                   .contains("error"));
+
+  // An id written with an escape is replaced whole, quotes and all; a reference to nothing has
+  // no definition; references count the definition unless told not to.
+  const std::string escaped =
+      "peripherals { id: \"c\\141m0\" type: PERIPHERAL_TYPE_CAMERA }\n"
+      "peripherals { id: \"imu0\" dependencies { peripheral_id: \"cam0\" } dependencies { peripheral_id: "
+      "\"gone\" } }\n";
+  session.Notify("textDocument/didChange", Changes(2, {Whole(escaped)}));
+  session.set_text(escaped);
+  EXPECT_EQ(session.At("textDocument/definition", "\"cam0\"", 1)["range"], Range(0, 18, 27));
+  EXPECT_EQ(session.At("textDocument/definition", "gone", 0), nullptr);
+  EXPECT_EQ(session.At("textDocument/references", "\"cam0\"", 1).size(), 2u);
+  EXPECT_EQ(session.At("textDocument/references", "PERIPHERAL_TYPE", 0), nullptr);
+  EXPECT_EQ(session.At("textDocument/documentHighlight", "PERIPHERAL_TYPE", 0), nullptr);
+  const Json renamed =
+      session.At("textDocument/rename", "\"cam0\"", 1, {{"newName", "front"}})["changes"][kUri];
+  ASSERT_EQ(renamed.size(), 2u) << renamed.dump();
+  EXPECT_EQ(renamed[0], Json({{"range", Range(0, 18, 27)}, {"newText", "\"front\""}}));
+  EXPECT_EQ(renamed[1]["newText"], "front");
+  EXPECT_EQ(session
+                .Request("textDocument/rename", {{"textDocument", {{"uri", kUri}}},
+                                                 {"position", session.PositionOf("imu0")},
+                                                 {"newName", ""}})
+                .value("error", Json())["code"],
+            -32803)
+      << "an empty id";
+}
+
+// Every request on a document that is not open: nothing to answer from.
+TEST(Lsp, RequestsOnADocumentNotOpenFindNothing) {
+  Session session;
+  session.Open(kText);
+  const Json elsewhere = {{"uri", "file:///work/other.txtpb"}};
+  for (const char* method : {"textDocument/definition", "textDocument/references",
+                             "textDocument/documentHighlight", "textDocument/prepareRename",
+                             "textDocument/rename", "textDocument/documentSymbol", "textDocument/formatting",
+                             "textDocument/rangeFormatting", "textDocument/hover", "textDocument/completion",
+                             "textDocument/codeAction", "textDocument/inlayHint", "textDocument/codeLens"}) {
+    const Json reply = session.Request(method, {{"textDocument", elsewhere},
+                                                {"position", {{"line", 0}, {"character", 20}}},
+                                                {"range", Range(0, 0, 9)},
+                                                {"newName", "x"}});
+    EXPECT_TRUE(reply.contains("result") && reply["result"].is_null()) << method << ": " << reply.dump();
+  }
+  // Nor do changes and closes of it touch the one that is open.
+  session.Diagnostics();
+  session.sent().clear();
+  session.Notify("textDocument/didChange", {{"textDocument", {{"uri", elsewhere["uri"]}, {"version", 2}}},
+                                            {"contentChanges", {Whole("x")}}});
+  session.Notify("textDocument/didClose", {{"textDocument", elsewhere}});
+  session.server().PublishPending();
+  EXPECT_TRUE(session.sent().empty()) << session.sent()[0].dump();
+  EXPECT_EQ(*session.server().TextOf(kUri), kText);
 }
 
 TEST(Lsp, SymbolsHoverAndCompletionFromTheSchema) {
@@ -803,11 +875,13 @@ TEST(Lsp, FormattingKeepsCommentsAndRefusesWhatWouldChange) {
 TEST(Lsp, CodeActionsFixWhatTheyCan) {
   Session session;
   const std::string text =
-      "peripherals { id: \"cam0\" type: PERIPHERAL_TYPE_CAMERA }\n"
+      "peripherals { id: \"cam0\" type: PERIPHERAL_TYPE_CAMERA }  # pcfg: ignore no-driver -- unused\n"
       "peripherals { id: \"imu0\" type: PERIPHERAL_TYPE_IMU system_type: "
       "PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI }\n"
       "peripherals { id: \"mag0\" type: PERIPHERAL_TYPE_MAG dependencies { peripheral_id: \"imu9\" } }  # "
-      "note\n";
+      "note\n"
+      "physical_cameras { peripheral_id: \"tmpl\" is_template: true cadmor {} }\n"
+      "physical_cameras { peripheral_id: \"cam0\" template_id: \"tmpk\" cadmor {} }\n";
   session.Open(text);
   session.set_text(text);
   const Json diagnostics = session.Diagnostics();
@@ -835,6 +909,21 @@ TEST(Lsp, CodeActionsFixWhatTheyCan) {
   EXPECT_EQ(offered["missing-options"].second,
             "system_options {\n  type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI\n}\n");
   EXPECT_EQ(titles("missing-options")[1], "Silence missing-options on this line");
+  EXPECT_EQ(offered["template-reference"].second, "tmpl");
+  EXPECT_EQ(titles("unused-suppression"),
+            std::vector<std::string>{"Add the proto-file / proto-message header"})
+      << "no suppression of a suppression";
+  // Findings of other tools, and codes that are no rule's, get no fix of their own.
+  const Json foreign =
+      session.Request("textDocument/codeAction",
+                      {{"textDocument", {{"uri", kUri}}},
+                       {"range", Range(2, 0, 0)},
+                       {"context",
+                        {{"diagnostics",
+                          {{{"source", "other"}, {"code", "dangling-reference"}, {"range", Range(2, 65, 86)}},
+                           {{"source", "pcfg"}, {"code", 7}, {"range", Range(2, 65, 86)}}}}}}})["result"];
+  ASSERT_EQ(foreign.size(), 1u) << foreign.dump();
+  EXPECT_FALSE(foreign[0].contains("diagnostics")) << "the header, for the document";
 
   // An enumeration name protobuf does not know: the nearest names of its enumeration.
   const std::string typo = "peripherals { id: \"a\" type: PERIPHERAL_TYPE_IMUU }\n";
@@ -886,6 +975,35 @@ TEST(Lsp, HintsLensesAndRelatedPlaces) {
   EXPECT_EQ(related["duplicate-id"][0]["location"]["range"], Range(0, 19, 20));
   ASSERT_EQ(related["dependency-cycle"].size(), 2u) << related["dependency-cycle"].dump();
   EXPECT_EQ(related["dependency-cycle"][1]["location"]["range"], Range(1, 19, 20));
+  EXPECT_EQ(session.Request("textDocument/codeLens", {{"textDocument", {{"uri", kUri}}}})["result"].size(),
+            2u)
+      << "a repeated id has no count of its own";
+
+  // The hint says what kind of entry a reference names: a type written as a number by its name,
+  // none, no entry, a template; after a string written in pieces too.
+  const std::string kinds =
+      "peripherals { id: \"imu0\" type: 5 }\n"
+      "peripherals { id: \"p\" }\n"
+      "peripherals { id: \"d\" dependencies { peripheral_id: \"imu0\" } dependencies { peripheral_id: \"p\" "
+      "}\n"
+      "  dependencies { peripheral_id: \"gone\" } dependencies { peripheral_id: \"i\" \"mu0\" } }\n"
+      "physical_cameras { peripheral_id: \"t\" is_template: true }\n"
+      "physical_cameras { peripheral_id: \"c\" template_id: \"t\" }\n";
+  session.Notify("textDocument/didChange", Changes(3, {Whole(kinds)}));
+  session.set_text(kinds);
+  std::vector<std::string> labels;
+  Json last;
+  const Json everything = {{"start", {{"line", 0}, {"character", 0}}},
+                           {"end", {{"line", 9}, {"character", 0}}}};
+  const Json kind_hints = session.Request(
+      "textDocument/inlayHint", {{"textDocument", {{"uri", kUri}}}, {"range", everything}})["result"];
+  for (const Json& hint : kind_hints) {
+    labels.push_back(hint["label"]);
+    if (labels.size() == 4) last = hint["position"];
+  }
+  EXPECT_EQ(labels,
+            (std::vector<std::string>{"IMU", "peripheral", "no entry", "IMU", "no entry", "template"}));
+  EXPECT_EQ(last, session.PositionOf("\"mu0\"", 5));
 }
 
 TEST(Lsp, CancelledAndOutdatedRequestsAreAnsweredSo) {
