@@ -127,7 +127,8 @@ TEST(Lsp, ProtocolErrorsAndLifeCycle) {
   struct Row {
     const char* what;
     std::string body;
-    int code;  // of the error answered; 0: no answer
+    int code;                    // of the error answered; 0: no answer
+    const char* says = nullptr;  // how its message starts, where that tells faults apart
   };
   const Row rows[] = {
       {"before initialize", R"({"jsonrpc":"2.0","id":1,"method":"textDocument/hover","params":{}})", -32002},
@@ -150,6 +151,10 @@ TEST(Lsp, ProtocolErrorsAndLifeCycle) {
        R"({"jsonrpc":"2.0","id":7,"method":"textDocument/documentSymbol","params":{"textDocument":{"uri":"file:///n"}}})",
        0},
       {"a framing fault", pcfg::lsp::kMalformedHeader, -32700},
+      {"a body past the limit", pcfg::lsp::kTooLarge, -32700, "a message over 160 MiB"},
+      {"a reply to a request the server never sent is dropped", R"({"jsonrpc":"2.0","id":9,"result":null})",
+       0},
+      {"an object with no method", R"({"jsonrpc":"2.0","id":10})", -32600},
       {"shutdown", R"({"jsonrpc":"2.0","id":5,"method":"shutdown"})", 0},
       {"a request after shutdown", R"({"jsonrpc":"2.0","id":6,"method":"textDocument/hover","params":{}})",
        -32600},
@@ -163,6 +168,8 @@ TEST(Lsp, ProtocolErrorsAndLifeCycle) {
     }
     ASSERT_EQ(sent.size(), 1u) << row.what;
     EXPECT_EQ(sent[0]["error"]["code"], row.code) << row.what << sent[0].dump();
+    EXPECT_EQ(sent[0]["error"]["message"].get<std::string>().rfind(row.says ? row.says : "", 0), 0u)
+        << row.what;
   }
   EXPECT_FALSE(server.exited());
   server.HandleBody(R"({"jsonrpc":"2.0","method":"exit"})");
@@ -1078,14 +1085,65 @@ TEST(Lsp, ADocumentsTextDecodedApartIsWhatTheParserReads) {
   }
 }
 
+// The server on its streams: framing faults answered, a cancellation seen before the request it
+// cancels, and the exit status: 0 after shutdown, 1 when the input ends without exit.
+TEST(Lsp, TheServerOnItsStreams) {
+  const auto frame = [](const std::string& body) {
+    return "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+  };
+  const auto run = [](const std::string& input, int* status) {
+    int in[2], out[2];
+    EXPECT_EQ(pipe(in), 0);
+    EXPECT_EQ(pipe(out), 0);
+    EXPECT_EQ(write(in[1], input.data(), input.size()), static_cast<ssize_t>(input.size()));
+    close(in[1]);
+    *status = pcfg::lsp::RunLanguageServer(in[0], out[1]);
+    close(out[1]);
+    pcfg::lsp::MessageReader reader(out[0]);
+    std::vector<Json> replies;
+    for (std::string body; reader.Next(&body) == pcfg::lsp::MessageReader::Result::kMessage;)
+      replies.push_back(Json::parse(body));
+    close(out[0]);
+    return replies;
+  };
+  int status = -1;
+  std::vector<Json> replies =
+      run(frame(R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"capabilities":{}}})") +
+              "X-No-Length: 1\r\n\r\n" +
+              frame(R"({"jsonrpc":"2.0","method":"$/cancelRequest","params":{"id":2}})") +
+              frame(R"({"jsonrpc":"2.0","id":2,"method":"textDocument/hover","params":{}})") +
+              frame(R"({"jsonrpc":"2.0","id":3,"method":"shutdown"})") +
+              frame(R"({"jsonrpc":"2.0","method":"exit"})"),
+          &status);
+  EXPECT_EQ(status, 0);
+  ASSERT_EQ(replies.size(), 4u);
+  EXPECT_EQ(replies[0]["id"], 1);
+  EXPECT_EQ(replies[1]["error"],
+            Json({{"code", -32700}, {"message", "a message header without a Content-Length"}}));
+  EXPECT_EQ(replies[2]["error"]["code"], -32800);
+  EXPECT_EQ(replies[3]["id"], 3);
+  // A header block that never ends is dropped, answered once; then the input ends, shut down
+  // but with no exit.
+  replies = run(frame(R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"capabilities":{}}})") +
+                    frame(R"({"jsonrpc":"2.0","id":2,"method":"shutdown"})") + std::string(10000, 'x'),
+                &status);
+  EXPECT_EQ(status, 1);
+  ASSERT_EQ(replies.size(), 3u);
+  EXPECT_EQ(replies[2]["error"]["code"], -32700);
+}
+
 TEST(Lsp, FramingSurvivesWhatThePeerSends) {
   int fds[2];
   ASSERT_EQ(pipe(fds), 0);
   const std::string body = R"({"a":1})";
-  const std::string input = "Content-Length: 7\r\n\r\n" + body +            // a message
-                            "Content-Type: x\r\n\r\n" +                     // no length
-                            "content-length:  7 \r\nX: y\r\n\r\n" + body +  // any case, blanks
-                            "Content-Length: 99999999999\r\n\r\n" + "abc";  // past the limit, cut off
+  const std::string input = "Content-Length: 7\r\n\r\n" + body +              // a message
+                            "Content-Type: x\r\n\r\n" +                       // no length
+                            "content-length:  7 \r\nX: y\r\n\r\n" + body +    // any case, blanks
+                            "Content-Length: 7x\r\n\r\n" +                    // no number
+                            "Content-Length: 99999999999999999999\r\n\r\n" +  // past any number
+                            "Content-Len: 7\r\nno colon\r\n\r\n" +            // no such field
+                            "Content-Length: 7\r\n\r\n" + body + "Content-Length: 99999999999\r\n\r\n" +
+                            "abc";  // past the limit, cut off
   ASSERT_EQ(write(fds[1], input.data(), input.size()), static_cast<ssize_t>(input.size()));
   close(fds[1]);
   pcfg::lsp::MessageReader reader(fds[0]);
@@ -1094,6 +1152,9 @@ TEST(Lsp, FramingSurvivesWhatThePeerSends) {
   EXPECT_EQ(reader.Next(&got), Result::kMessage);
   EXPECT_EQ(got, body);
   EXPECT_EQ(reader.Next(&got), Result::kMalformed);
+  EXPECT_EQ(reader.Next(&got), Result::kMessage);
+  EXPECT_EQ(got, body);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(reader.Next(&got), Result::kMalformed) << i;
   EXPECT_EQ(reader.Next(&got), Result::kMessage);
   EXPECT_EQ(got, body);
   EXPECT_EQ(reader.Next(&got), Result::kEnd);
