@@ -724,7 +724,8 @@ TEST(Lsp, HoverNotesSayWhatTheSchemaAndTheIdsKnow) {
       "device_info { device_name: HARDWARE_TREVIL3 }\n"
       "peripherals { id: \"a\" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: \"b\" } }\n"
       "peripherals { id: \"b\" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: \"a\" } }\n"
-      "physical_cameras { peripheral_id: \"tmpl\" is_template: true model: CAMERA_MODEL_VELMIR }\n"
+      "physical_cameras { peripheral_id: \"tmpl\" is_template: true model: CAMERA_MODEL_VELMIR cadmor { gpio "
+      "{} } }\n"
       "physical_cameras { peripheral_id: \"gone\" template_id: \"tmpl\" model: CAMERA_MODEL_OV7251 }\n"
       "system_options { type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI options_qc_camx_cci {} }\n";
   session.Open(text);
@@ -737,6 +738,7 @@ TEST(Lsp, HoverNotesSayWhatTheSchemaAndTheIdsKnow) {
   const Row rows[] = {
       {"HARDWARE_TREVIL3", "Alias: `TREVIL3`", ""},
       {"device_name", "`TargetDevice`: The hardware that a configuration is written for", ""},
+      {"gpio", "`GPIO`: The sensor's lines to the controller.", ""},
       {"CAMERA_MODEL_VELMIR",
        "also named `CAMERA_MODEL_OV7251` (`CAMERA_MODEL_OV7251` is how pcfg prints it)", ""},
       {"CAMERA_MODEL_OV7251", "also named `CAMERA_MODEL_VELMIR`", "is how pcfg prints it"},
@@ -1058,6 +1060,15 @@ TEST(Lsp, ADocumentsTextDecodedApartIsWhatTheParserReads) {
       open("overlong \xf0\x80\x80\xaf"),
       open("cut short \xe2\x82"),
       open("cut short \xf1\x80\x80"),
+      open("cut short \xc2"),
+      open("cut short \xe0\xa0"),
+      open("cut short \xf0\x90\x80"),
+      open("cut short \xf4\x8f\x80"),
+      open("no lead \xc1\x81"),
+      open("no lead \xf5\x80\x80\x80"),
+      open("last before surrogates \xed\x9f\xbf"),
+      open("a surrogate's continuation \xed\xa0"),
+      open("four bytes \xf3\xbf\xbf\xbf \xf0\x90\x80\x80"),
       open("a lone continuation \x80"),
       open("a control character \x01"),
       open(R"(a bad escape \x)"),
