@@ -549,6 +549,17 @@ TEST(Lsp, NavigatesByPeripheralAndTemplateIds) {
   for (const Row& row : rows)
     EXPECT_EQ(session.At("textDocument/definition", row.needle, row.shift)["range"], row.definition)
         << row.needle;
+  // A camera is a template however protobuf's text format spells true.
+  for (const auto& [spelling, defines] : std::vector<std::pair<std::string, bool>>{
+           {"1", true}, {"True", true}, {"t", true}, {"0x1", true}, {"0", false}, {"f", false}}) {
+    std::string text = kText;
+    text.replace(text.find("true"), 4, spelling);
+    session.Notify("textDocument/didChange", Changes(2, {Whole(text)}));
+    EXPECT_EQ(session.At("textDocument/definition", "template_id: \"tmpl\"", 14)["range"],
+              defines ? Range(8, 35, 39) : Json())
+        << spelling;
+  }
+  session.Notify("textDocument/didChange", Changes(3, {Whole(kText)}));
 
   const Json references =
       session.At("textDocument/references", "\"cam0\"", 1, {{"context", {{"includeDeclaration", false}}}});

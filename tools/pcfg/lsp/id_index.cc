@@ -58,6 +58,15 @@ std::string CanonicalType(std::string_view written) {
   return value != nullptr ? value->name() : std::string(written);
 }
 
+// Whether a bool's value reads as true, spelled any way protobuf's text format takes: a name, or
+// an integer (decimal, hex or octal) of 1.
+bool ReadsTrue(const std::string& written) {
+  uint64_t value = 0;
+  return written == "true" || written == "True" || written == "t" ||
+         (!written.empty() && written[0] >= '0' && written[0] <= '9' &&
+          google::protobuf::io::Tokenizer::ParseInteger(written, 1, &value) && value == 1);
+}
+
 class Builder {
  public:
   Builder(const SyntaxTree& tree, std::vector<IdOccurrence>* out) : tree_(tree), out_(out) {}
@@ -130,7 +139,7 @@ class Builder {
   }
 
   void Entry(const std::string& list, int32_t entry) {
-    const bool is_template = list == "physical_cameras" && ScalarText(entry, "is_template") == "true";
+    const bool is_template = list == "physical_cameras" && ReadsTrue(ScalarText(entry, "is_template"));
     const std::string type = list == "peripherals" ? CanonicalType(ScalarText(entry, "type")) : "";
     for (const IdField& row : kIdFields) {
       if (list != row.list) continue;
