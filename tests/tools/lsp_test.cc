@@ -1000,13 +1000,13 @@ TEST(Lsp, HintsLensesAndRelatedPlaces) {
             2u)
       << "a repeated id has no count of its own";
 
-  // The hint says what kind of entry a reference names: a type written as a number by its name,
-  // none, no entry, a template; after a string written in pieces too.
+  // The hint says what kind of entry a reference names: a type written as a number (hex, octal)
+  // by its name, none, no entry, a template; after a string written in pieces too.
   const std::string kinds =
-      "peripherals { id: \"imu0\" type: 5 }\n"
+      "peripherals { id: \"imu0\" type: 0x5 } peripherals { id: \"f\" type: 010 }\n"
       "peripherals { id: \"p\" }\n"
       "peripherals { id: \"d\" dependencies { peripheral_id: \"imu0\" } dependencies { peripheral_id: \"p\" "
-      "}\n"
+      "} dependencies { peripheral_id: \"f\" }\n"
       "  dependencies { peripheral_id: \"gone\" } dependencies { peripheral_id: \"i\" \"mu0\" } }\n"
       "physical_cameras { peripheral_id: \"t\" is_template: true }\n"
       "physical_cameras { peripheral_id: \"c\" template_id: \"t\" }\n";
@@ -1020,10 +1020,10 @@ TEST(Lsp, HintsLensesAndRelatedPlaces) {
       "textDocument/inlayHint", {{"textDocument", {{"uri", kUri}}}, {"range", everything}})["result"];
   for (const Json& hint : kind_hints) {
     labels.push_back(hint["label"]);
-    if (labels.size() == 4) last = hint["position"];
+    if (labels.size() == 5) last = hint["position"];
   }
-  EXPECT_EQ(labels,
-            (std::vector<std::string>{"IMU", "peripheral", "no entry", "IMU", "no entry", "template"}));
+  EXPECT_EQ(labels, (std::vector<std::string>{"IMU", "peripheral", "FPGA", "no entry", "IMU", "no entry",
+                                              "template"}));
   EXPECT_EQ(last, session.PositionOf("\"mu0\"", 5));
 }
 

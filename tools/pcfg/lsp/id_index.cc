@@ -3,7 +3,7 @@
 #include <google/protobuf/io/tokenizer.h>
 
 #include <algorithm>
-#include <cstdlib>
+#include <cstdint>
 
 #include "config.h"
 
@@ -47,24 +47,28 @@ constexpr IdField kIdFields[] = {
      "member camera"},
 };
 
+// The value of an integer as protobuf's text format reads it (decimal, hex or octal), up to MAX.
+bool ReadInteger(const std::string& written, uint64_t max, uint64_t* value) {
+  return !written.empty() && written[0] >= '0' && written[0] <= '9' &&
+         google::protobuf::io::Tokenizer::ParseInteger(written, max, value);
+}
+
 // The canonical name of a PeripheralType written as a name or a number; as written otherwise.
 std::string CanonicalType(std::string_view written) {
   const auto* type = models::PeripheralType_descriptor();
   const google::protobuf::EnumValueDescriptor* value = type->FindValueByName(std::string(written));
-  if (value == nullptr && !written.empty() &&
-      written.find_first_not_of("0123456789") == std::string_view::npos)
-    value = type->FindValueByNumber(std::atoi(std::string(written).c_str()));
+  uint64_t number = 0;
+  if (value == nullptr && ReadInteger(std::string(written), INT32_MAX, &number))
+    value = type->FindValueByNumber(static_cast<int>(number));
   if (value != nullptr) value = type->FindValueByNumber(value->number());
   return value != nullptr ? value->name() : std::string(written);
 }
 
-// Whether a bool's value reads as true, spelled any way protobuf's text format takes: a name, or
-// an integer (decimal, hex or octal) of 1.
+// Whether a bool's value reads as true, spelled any way protobuf's text format takes.
 bool ReadsTrue(const std::string& written) {
   uint64_t value = 0;
   return written == "true" || written == "True" || written == "t" ||
-         (!written.empty() && written[0] >= '0' && written[0] <= '9' &&
-          google::protobuf::io::Tokenizer::ParseInteger(written, 1, &value) && value == 1);
+         (ReadInteger(written, 1, &value) && value == 1);
 }
 
 class Builder {
