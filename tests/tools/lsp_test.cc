@@ -155,6 +155,7 @@ TEST(Lsp, ProtocolErrorsAndLifeCycle) {
       {"a reply to a request the server never sent is dropped", R"({"jsonrpc":"2.0","id":9,"result":null})",
        0},
       {"an object with no method", R"({"jsonrpc":"2.0","id":10})", -32600},
+      {"a method that is no string", R"({"jsonrpc":"2.0","id":11,"method":5})", -32600},
       {"shutdown", R"({"jsonrpc":"2.0","id":5,"method":"shutdown"})", 0},
       {"a request after shutdown", R"({"jsonrpc":"2.0","id":6,"method":"textDocument/hover","params":{}})",
        -32600},
@@ -1190,6 +1191,20 @@ TEST(Lsp, FramingSurvivesWhatThePeerSends) {
   EXPECT_EQ(reader.Next(&got), Result::kMessage);
   EXPECT_EQ(got, body);
   EXPECT_EQ(reader.Next(&got), Result::kEnd);
+  close(fds[0]);
+
+  // A recorded session: comments, blank lines and separators with nothing between them are no
+  // messages; lines may end in \r\n; the last message needs no separator after it.
+  ASSERT_EQ(pipe(fds), 0);
+  const std::string session = "# a check\r\n---\r\n{\"a\":\r\n\r\n1}\r\n---\n---\n{\"b\":2}";
+  ASSERT_EQ(write(fds[1], session.data(), session.size()), static_cast<ssize_t>(session.size()));
+  close(fds[1]);
+  pcfg::lsp::MessageReader recorded(fds[0], pcfg::lsp::MessageReader::Style::kDelimited);
+  EXPECT_EQ(recorded.Next(&got), Result::kMessage);
+  EXPECT_EQ(got, "{\"a\":\n1}\n");
+  EXPECT_EQ(recorded.Next(&got), Result::kMessage);
+  EXPECT_EQ(got, "{\"b\":2}\n");
+  EXPECT_EQ(recorded.Next(&got), Result::kEnd);
   close(fds[0]);
 
   // A document opened whole (megabytes, read past the buffer) and the message right behind it,
