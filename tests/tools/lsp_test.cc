@@ -897,12 +897,12 @@ TEST(Lsp, CodeActionsFixWhatTheyCan) {
   Session session;
   const std::string text =
       "peripherals { id: \"cam0\" type: PERIPHERAL_TYPE_CAMERA }  # pcfg: ignore no-driver -- unused\n"
-      "peripherals { id: \"imu0\" type: PERIPHERAL_TYPE_IMU system_type: "
-      "PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI }\n"
       "peripherals { id: \"mag0\" type: PERIPHERAL_TYPE_MAG dependencies { peripheral_id: \"imu9\" } }  # "
       "note\n"
       "physical_cameras { peripheral_id: \"tmpl\" is_template: true cadmor {} }\n"
-      "physical_cameras { peripheral_id: \"cam0\" template_id: \"tmpk\" cadmor {} }\n";
+      "physical_cameras { peripheral_id: \"cam0\" template_id: \"tmpk\" cadmor {} }\n"
+      "peripherals { id: \"imu0\" type: PERIPHERAL_TYPE_IMU system_type: "
+      "PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI }";  // no line break at the end
   session.Open(text);
   session.set_text(text);
   const Json diagnostics = session.Diagnostics();
@@ -928,7 +928,8 @@ TEST(Lsp, CodeActionsFixWhatTheyCan) {
                                       "Silence dangling-reference for the entry that starts here",
                                       "Add the proto-file / proto-message header"}));
   EXPECT_EQ(offered["missing-options"].second,
-            "system_options {\n  type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI\n}\n");
+            "\nsystem_options {\n  type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI\n}\n")
+      << "after a line break the text lacks";
   EXPECT_EQ(titles("missing-options")[1], "Silence missing-options on this line");
   EXPECT_EQ(offered["template-reference"].second, "tmpl");
   EXPECT_EQ(titles("unused-suppression"),
@@ -938,11 +939,11 @@ TEST(Lsp, CodeActionsFixWhatTheyCan) {
   const Json foreign =
       session.Request("textDocument/codeAction",
                       {{"textDocument", {{"uri", kUri}}},
-                       {"range", Range(2, 0, 0)},
+                       {"range", Range(1, 0, 0)},
                        {"context",
                         {{"diagnostics",
-                          {{{"source", "other"}, {"code", "dangling-reference"}, {"range", Range(2, 65, 86)}},
-                           {{"source", "pcfg"}, {"code", 7}, {"range", Range(2, 65, 86)}}}}}}})["result"];
+                          {{{"source", "other"}, {"code", "dangling-reference"}, {"range", Range(1, 66, 87)}},
+                           {{"source", "pcfg"}, {"code", 7}, {"range", Range(1, 66, 87)}}}}}}})["result"];
   ASSERT_EQ(foreign.size(), 1u) << foreign.dump();
   EXPECT_FALSE(foreign[0].contains("diagnostics")) << "the header, for the document";
 
