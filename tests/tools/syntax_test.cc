@@ -376,6 +376,16 @@ TEST(Layout, RangeTakesTheStretchesThatTouchIt) {
   EXPECT_EQ(pcfg::ApplyLineEdits(bare, pcfg::LayoutEditsWithin(bare, bare_out, 2, 2)), "a:  1\nb: 2\n");
   // A last line without its line break.
   EXPECT_EQ(pcfg::ApplyLineEdits("x: 1", {{2, 0, "y: 2\n"}}), "x: 1\ny: 2\n");
+  // The line diff pairs the layout's copy of a comment with a later line of the same text, so the
+  // stretch before it holds other content than it replaces: it goes with what comes after, and
+  // every range still reads as the whole does.
+  const std::string moved = "\t# last, M\nperipherals{}\n# last, M\n,";
+  const std::string moved_out = pcfg::LayOutText(SyntaxTree(moved));
+  for (int first = 1; first <= 4; ++first)
+    for (int last = first; last <= 4; ++last)
+      EXPECT_TRUE(pcfg::SameTextFormatTokens(
+          moved, pcfg::ApplyLineEdits(moved, pcfg::LayoutEditsWithin(moved, moved_out, first, last))))
+          << first << ":" << last;
 }
 
 TEST(Layout, UnifiedDiff) {

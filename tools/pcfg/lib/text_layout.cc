@@ -455,11 +455,14 @@ size_t ContentLength(std::string_view line) {
   return length;
 }
 
+void AppendContent(std::string_view line, std::string* content) {
+  for (const char c : line)
+    if (std::string_view(" \t\r\n,;:").find(c) == std::string_view::npos) *content += c;
+}
+
 std::string Content(const std::vector<std::string_view>& lines) {
   std::string content;
-  for (const std::string_view line : lines)
-    for (const char c : line)
-      if (std::string_view(" \t\r\n,;:").find(c) == std::string_view::npos) content += c;
+  for (const std::string_view line : lines) AppendContent(line, &content);
   return content;
 }
 
@@ -507,15 +510,48 @@ std::vector<LineEdit> LayoutEditsWithin(std::string_view source, const std::stri
   const std::vector<std::string_view> a = Lines(source), b = Lines(laid_out);
   const auto script = EditScript(a, b);
   std::vector<LineEdit> edits, pieces;
+  // The header the layout puts before everything, when the source has none: content that a
+  // stretch at the first line may add on its own.
+  const std::vector<std::string_view> header = Lines(kTextHeader);
+  const bool adds_header = b.size() >= header.size() && std::equal(header.begin(), header.end(), b.begin()) &&
+                           !(a.size() >= header.size() && std::equal(header.begin(), header.end(), a.begin()));
   int line = 1;  // of SOURCE, at script[i]
   for (size_t i = 0; i < script.size();) {
     if (script[i].first == ' ') {
       ++line, ++i;
       continue;
     }
+    // A stretch of changed lines can be taken or left on its own only when it holds the content
+    // it replaces. The line diff may pair a moved line (a comment, say) with its copy elsewhere:
+    // then the stretch, the lines after it and the next stretches go together, until the
+    // content on both sides agrees again (or to the end). Content is matched as it comes, so
+    // that this stays linear.
     std::vector<std::string_view> removed, added;
-    for (; i < script.size() && script[i].first != ' '; ++i)
-      (script[i].first == '-' ? removed : added).push_back(script[i].second);
+    std::string from, to;
+    size_t skip = 0, matched = 0;
+    bool diverged = false;
+    const bool at_start = line == 1 && adds_header;
+    const auto take = [&](char side, std::string_view text) {
+      if (side != '+') {
+        removed.push_back(text);
+        AppendContent(text, &from);
+      }
+      if (side != '-') {
+        added.push_back(text);
+        if (at_start && added.size() <= header.size() && text == header[added.size() - 1])
+          skip += ContentLength(text);
+        AppendContent(text, &to);
+      }
+      while (!diverged && matched < from.size() && skip + matched < to.size()) {
+        diverged = from[matched] != to[skip + matched];
+        matched += !diverged;
+      }
+    };
+    for (;;) {
+      for (; i < script.size() && script[i].first != ' '; ++i) take(script[i].first, script[i].second);
+      if (i == script.size() || (!diverged && from.size() == matched && to.size() == skip + matched)) break;
+      for (; i < script.size() && script[i].first == ' '; ++i) take(' ', script[i].second);
+    }
     pieces.clear();
     CutStretch(line, removed, added, &pieces);
     line += static_cast<int>(removed.size());
