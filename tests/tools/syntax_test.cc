@@ -268,19 +268,41 @@ TEST(Layout, SameTextFormatTokens) {
   }
 }
 
-// A large text is proven in two halves, cut where a field of the root starts a line in both
-// texts; a text laid out already needs no proof at all.
-TEST(Layout, LargeTextsAreProvenInHalves) {
+// A large text is proven by pieces, cut where a field of the root starts a line in both texts:
+// a piece laid out as written is not read again, and a piece that lost a list's ',' is found
+// whichever thread reads it; a text laid out already needs no proof at all.
+TEST(Layout, LargeTextsAreProvenByPieces) {
   std::string text;
   for (int i = 0; text.size() < pcfg::kSmallestInputWorthCutting * 2; ++i)
-    text += "peripherals < id: \"p" + std::to_string(i) + "\" type: PERIPHERAL_TYPE_CAMERA >;\n";
+    text += "camera_sets < peripheral_id: \"s" + std::to_string(i) +
+            "\" camera_peripheral_ids: [\"a\", \"b\"] >\n";
   const pcfg::TextLayoutResult layout = pcfg::LayOutAndReparse("big.txtpb", text);
   EXPECT_TRUE(layout.same_tokens);
   EXPECT_FALSE(layout.formatted_parsed) << "proven by its tokens, not parsed again";
-  EXPECT_EQ(layout.formatted.find_first_of("<>;"), std::string::npos);
+  EXPECT_EQ(layout.formatted.find_first_of("<>"), std::string::npos);
   const pcfg::TextLayoutResult again = pcfg::LayOutAndReparse("big.txtpb", layout.formatted);
   EXPECT_TRUE(again.same_tokens);
   EXPECT_EQ(again.formatted, layout.formatted);
+
+  // Every piece differs and the two threads share them: a list that lost its ',' is found in the
+  // first piece, the last, and each piece about where the shares meet.
+  const SyntaxTree tree(text);
+  std::vector<size_t> root_lines;
+  const std::string laid_out = pcfg::LayOutText(tree, &root_lines);
+  EXPECT_TRUE(pcfg::SameTextFormatTokensByPieces(tree, text, laid_out, root_lines));
+  std::vector<size_t> entries = {1, root_lines.size() - 1};
+  for (size_t i = root_lines.size() / 2 - 40; i < root_lines.size() / 2 + 40; ++i) entries.push_back(i);
+  for (const size_t entry : entries) {
+    std::string lost = laid_out;
+    const size_t comma = lost.find("\"a\", \"b\"", root_lines[entry]);
+    lost[comma + 3] = ' ';  // same length: the root lines stay where they are
+    EXPECT_FALSE(pcfg::SameTextFormatTokensByPieces(tree, text, lost, root_lines)) << "entry " << entry;
+  }
+  // Pieces with the same bytes are not read: a text laid out already, proven against itself.
+  const SyntaxTree laid_out_tree(laid_out);
+  std::vector<size_t> same_lines;
+  ASSERT_EQ(pcfg::LayOutText(laid_out_tree, &same_lines), laid_out);
+  EXPECT_TRUE(pcfg::SameTextFormatTokensByPieces(laid_out_tree, laid_out, laid_out, same_lines));
 }
 
 // fmt and the language server use a layout only when it is proven faithful; each way a layout can

@@ -165,37 +165,63 @@ bool SameTokens(std::string_view a, std::string_view b, bool field_first) {
   }
 }
 
-// SameTextFormatTokens on two threads for a large text: both texts are cut where the same field of
-// the root starts a line (in the text as written, the first past the middle that does), and
-// each pair of halves is matched on its own. In text that tokenizes cleanly every line start is a
-// token boundary; and as the second halves must open with a field's name, whatever ends a first
-// half is read as it is read whole.
-bool SameTokensInTwo(const syntax::SyntaxTree& tree, std::string_view raw, std::string_view formatted,
-                     const std::vector<size_t>& root_lines) {
-  if (raw.size() < kSmallestInputWorthCutting || root_lines.size() < 2)
-    return SameTextFormatTokens(raw, formatted);
-  size_t index = 0, raw_cut = 0, formatted_cut = 0;
-  for (const int32_t child : tree.ChildrenOf(tree.root())) {
-    if (index++ >= root_lines.size()) break;
-    const uint32_t begin = tree.tokens()[tree.node(child).first].begin;
-    if (begin < raw.size() / 2) continue;
-    const size_t line_start = raw.rfind('\n', begin) + 1;  // npos + 1 is 0: the first line
-    if (raw.find_first_not_of(" \t\r\v\f", line_start) != begin) continue;
-    raw_cut = line_start;
-    formatted_cut = root_lines[index - 1];
-    break;
-  }
-  if (raw_cut == 0 || formatted_cut == 0) return SameTextFormatTokens(raw, formatted);
-  std::future<bool> second = std::async(std::launch::async | std::launch::deferred, [&] {
-    return SameTokens(raw.substr(raw_cut), formatted.substr(formatted_cut), true);
-  });
-  const bool first = SameTokens(raw.substr(0, raw_cut), formatted.substr(0, formatted_cut), false);
-  return second.get() && first;
-}
-
 }  // namespace
 
 bool SameTextFormatTokens(std::string_view a, std::string_view b) { return SameTokens(a, b, false); }
+
+// In text that tokenizes cleanly every line start is a token boundary; and as every piece but the
+// first must open with a field's name, whatever ends the piece before is read as it is read
+// whole. Same bytes read alike.
+bool SameTextFormatTokensByPieces(const syntax::SyntaxTree& tree, std::string_view raw,
+                                  std::string_view formatted, const std::vector<size_t>& root_lines) {
+  struct Pair {
+    size_t raw_begin, raw_end, formatted_begin, formatted_end;
+  };
+  std::vector<Pair> pieces;
+  size_t index = 0, raw_cut = 0, formatted_cut = 0;
+  const auto cut = [&](size_t raw_at, size_t formatted_at) {
+    if (raw_at <= raw_cut || formatted_at <= formatted_cut) return;
+    pieces.push_back({raw_cut, raw_at, formatted_cut, formatted_at});
+    raw_cut = raw_at, formatted_cut = formatted_at;
+  };
+  for (const int32_t child : tree.ChildrenOf(tree.root())) {
+    if (index++ >= root_lines.size()) break;
+    const uint32_t begin = tree.tokens()[tree.node(child).first].begin;
+    const size_t line_start = raw.rfind('\n', begin) + 1;  // npos + 1 is 0: the first line
+    if (raw.find_first_not_of(" \t\r\v\f", line_start) == begin) cut(line_start, root_lines[index - 1]);
+  }
+  pieces.push_back({raw_cut, raw.size(), formatted_cut, formatted.size()});
+  // The pieces whose bytes differ, and how many bytes they hold.
+  std::vector<Pair> differing;
+  size_t bytes = 0;
+  for (const Pair& piece : pieces) {
+    const std::string_view a = raw.substr(piece.raw_begin, piece.raw_end - piece.raw_begin);
+    const std::string_view b =
+        formatted.substr(piece.formatted_begin, piece.formatted_end - piece.formatted_begin);
+    if (a == b) continue;
+    differing.push_back(piece);
+    bytes += a.size();
+  }
+  const auto match = [&](size_t from, size_t to) {
+    for (size_t i = from; i < to; ++i) {
+      const Pair& piece = differing[i];
+      if (!SameTokens(raw.substr(piece.raw_begin, piece.raw_end - piece.raw_begin),
+                      formatted.substr(piece.formatted_begin, piece.formatted_end - piece.formatted_begin),
+                      piece.raw_begin > 0))
+        return false;
+    }
+    return true;
+  };
+  if (bytes < kSmallestInputWorthCutting) return match(0, differing.size());
+  // Two shares of about the same size.
+  size_t half = 0;
+  for (size_t share = 0; half < differing.size() && share < bytes / 2; ++half)
+    share += differing[half].raw_end - differing[half].raw_begin;
+  std::future<bool> second =
+      std::async(std::launch::async | std::launch::deferred, [&] { return match(half, differing.size()); });
+  const bool first = match(0, half);
+  return second.get() && first;
+}
 
 TextLayoutResult LayOutAndReparse(const std::string& file, const std::string& raw, int first_line,
                                   int last_line) {
@@ -221,7 +247,7 @@ TextLayoutResult LayOutAndReparse(const std::string& file, const std::string& ra
   // The layout's comments are found meanwhile.
   std::future<std::vector<std::string>> kept = std::async(std::launch::async | std::launch::deferred,
                                                           [&layout] { return CommentsOf(layout.formatted); });
-  layout.same_tokens = SameTokensInTwo(tree, raw, layout.formatted, root_lines);
+  layout.same_tokens = SameTextFormatTokensByPieces(tree, raw, layout.formatted, root_lines);
   layout.kept_comments = kept.get();
   if (!layout.same_tokens) {
     // Tokens the proof above cannot match: the plain way, the layout's own parse.

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "config.h"
+#include "syntax_tree.h"
 
 namespace pcfg {
 
@@ -16,7 +17,9 @@ struct TextLayoutResult {
   bool tree_errors = false;  // the text could not be read as written; nothing laid out
   std::string formatted;
   // Protobuf's tokenizer reads the same tokens in both texts, but for separators that mean
-  // nothing where they stand: the two parse to the same message, whatever it is.
+  // nothing where they stand: the two parse to the same message, whatever it is. Stretches of
+  // the same bytes are taken to read alike untokenized: this holds for text protobuf's parser
+  // takes, the only text whose layout is used.
   bool same_tokens = false;
   // Otherwise the layout was parsed on its own, and its wire bytes are here to compare.
   bool formatted_parsed = false;
@@ -35,6 +38,13 @@ TextLayoutResult LayOutAndReparse(const std::string& file, const std::string& ra
 // before a message or a list of messages or not, and one ';' or ',' may end a field or not.
 // False also when either text does not tokenize cleanly or its brackets do not pair up.
 bool SameTextFormatTokens(std::string_view a, std::string_view b);
+
+// SameTextFormatTokens(RAW, FORMATTED) worked out by pieces, cut where the same field of the
+// root starts a line in both: ROOT_LINES are where FORMATTED's lines of the root's fields start
+// (LayOutText's), TREE is RAW's. Pieces with the same bytes are not tokenized, so RAW must be
+// text protobuf's parser takes; the rest are matched on two threads when there is enough.
+bool SameTextFormatTokensByPieces(const syntax::SyntaxTree& tree, std::string_view raw,
+                                  std::string_view formatted, const std::vector<size_t>& root_lines);
 
 enum class LayoutFault { kNone, kUnreadable, kMeaning, kComment };
 
