@@ -118,9 +118,15 @@ void CheckLayout(const pcfg::LoadedConfig& loaded) {
   const pcfg::syntax::SyntaxTree tree(loaded.raw);
   if (tree.has_errors()) fuzz::Fail("the syntax tree finds errors in text that protobuf reads");
   CheckTokenProof(loaded, tree);
-  const std::string laid_out = pcfg::LayOutText(tree);
+  std::vector<size_t> root_lines;
+  const std::string laid_out = pcfg::LayOutText(tree, &root_lines);
   pcfg::LoadedConfig again;
   CheckLoadsEqual(loaded, laid_out, "laid-out", &again);
+  // fmt proves a layout by pieces, the same bytes on both sides taken as read: the verdict must
+  // be the whole proof's.
+  if (pcfg::SameTextFormatTokensByPieces(tree, loaded.raw, laid_out, root_lines) !=
+      pcfg::SameTextFormatTokens(loaded.raw, laid_out))
+    fuzz::Fail("the proof by pieces and the whole proof disagree", laid_out);
   const pcfg::syntax::SyntaxTree laid_out_tree(laid_out);
   std::vector<std::string> kept = pcfg::CommentsOf(laid_out_tree), written = pcfg::CommentsOf(tree);
   // fmt refuses, rather than moves, a comment it cannot keep in place (inside a value, or between
