@@ -2,6 +2,7 @@
 // and fmt's canonical form, --check, -i and its guard against losing comments.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -304,6 +305,17 @@ TEST(Fmt, CheckListsFilesNotFormatted) {
   const std::string clean = Written("clean.txtpb", canonical);
   const std::string messy = Written("check-messy.txtpb", kMessy);
   const std::string commented = Written("commented.txtpb", canonical + "# trailing note\n");
+  // A folder stands for the text configurations in and below it: other files, and a link back
+  // up (which would loop), are passed over.
+  const std::string folder = Scratch("folder"), empty = Scratch("empty-folder");
+  mkdir(folder.c_str(), 0755);
+  mkdir((folder + "/sub").c_str(), 0755);
+  mkdir(empty.c_str(), 0755);
+  const std::string nested = Written("folder/sub/b.textproto", kMessy);
+  Written("folder/a.txtpb", canonical);
+  Written("folder/c.json", "{}");
+  symlink("..", (folder + "/sub/up").c_str());
+  mkfifo((folder + "/sub/waits.txtpb").c_str(), 0644);  // never opened: it would wait for a writer
   struct Row {
     const char* what;
     std::vector<std::string> args;
@@ -331,6 +343,9 @@ TEST(Fmt, CheckListsFilesNotFormatted) {
       {"--lines with --canonical", {"fmt", "--check", "--canonical", "--lines", "1:2", messy}, 2, ""},
       {"-i on standard input", {"fmt", "-i", "-"}, 2, ""},
       {"no input", {"fmt"}, 2, ""},
+      {"a folder", {"fmt", "--canonical", "--check", folder}, 1, nested + ": not formatted\n"},
+      {"a folder with none", {"fmt", "--check", empty}, 0, ""},
+      {"a folder printed", {"fmt", folder}, 2, ""},
   };
   for (const Row& row : rows) {
     const auto run = Pcfg(row.args);
@@ -346,6 +361,12 @@ TEST(Fmt, CheckListsFilesNotFormatted) {
                                                       << diff.out;
   EXPECT_EQ(diff.out.substr(diff.out.size() - 17), "-# trailing note\n") << diff.out;
   EXPECT_EQ(ReadFile(messy), kMessy) << "--check writes nothing";
+  const auto in_folder = Pcfg({"fmt", "--canonical", "--check", folder});
+  EXPECT_EQ(in_folder.out.find("c.json"), std::string::npos);
+  EXPECT_NE(in_folder.err.find("waits.txtpb: not a regular file; passed over"), std::string::npos)
+      << in_folder.err;
+  EXPECT_EQ(Pcfg({"fmt", "--canonical", "-i", folder}).status, 0);
+  EXPECT_EQ(Pcfg({"fmt", "--canonical", "--check", folder}).status, 0);
 }
 
 ino_t Inode(const std::string& path) {

@@ -1,12 +1,16 @@
 // pcfg fmt: text configurations laid out as written (every comment kept), or in the canonical
 // form; printed, checked or written back in place.
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <future>
 #include <iostream>
 #include <memory>
+#include <system_error>
 
 #include "canonical_text.h"
 #include "common.h"
+#include "formats.h"
 #include "text_formatting.h"
 #include "text_layout.h"
 
@@ -117,7 +121,50 @@ Outcome FormatFile(const std::string& input, const FmtOptions& options) {
   return Outcome::kDone;
 }
 
+// With -i or --check, a folder stands for the text configurations in it and in the folders below
+// it (.txtpb, .textproto, .pbtxt, .txtproto), in name order. Links to folders are not followed,
+// so that a link loop ends; files that are not text configurations are passed over. False, with
+// the reason said, when a folder cannot be read.
+bool ExpandFolders(std::vector<std::string>* inputs) {
+  namespace fs = std::filesystem;
+  std::vector<std::string> expanded;
+  for (const std::string& input : *inputs) {
+    std::error_code error;
+    if (input == "-" || !fs::is_directory(input, error)) {
+      expanded.push_back(input);
+      continue;
+    }
+    std::vector<std::string> found;
+    for (fs::recursive_directory_iterator it(input, error), end; !error && it != end; it.increment(error)) {
+      const std::string path = it->path().string();
+      if (!ExtensionNamesAForm(path) || FormatForPath(path) != Format::kText) continue;
+      std::error_code unreadable;
+      const fs::file_status status = it->status(unreadable);  // a link's target
+      if (fs::is_directory(status)) continue;
+      // A FIFO or a device would be waited on or read without end: passed over, and said so. A
+      // link to nothing is kept, for reading it to say why it fails.
+      if (!unreadable && !fs::is_regular_file(status)) {
+        std::cerr << "pcfg fmt: " << path << ": not a regular file; passed over\n";
+        continue;
+      }
+      found.push_back(path);
+    }
+    if (error) {
+      std::cerr << "pcfg fmt: " << input << ": cannot read the folder: " << error.message() << '\n';
+      return false;
+    }
+    if (found.empty()) std::cerr << "pcfg fmt: " << input << ": no text configuration in this folder\n";
+    std::sort(found.begin(), found.end());
+    expanded.insert(expanded.end(), found.begin(), found.end());
+  }
+  *inputs = std::move(expanded);
+  return true;
+}
+
 int RunFmt(FmtOptions& options) {
+  const bool named_any = !options.inputs.empty();
+  if ((options.in_place || options.check) && !ExpandFolders(&options.inputs)) return kExitTrouble;
+  if (named_any && options.inputs.empty()) return kExitOk;  // folders without any, as said
   if (options.inputs.empty()) {
     std::cerr << "pcfg fmt: no input files (see pcfg fmt --help)\n";
     return kExitTrouble;
@@ -176,11 +223,13 @@ void AddFmtCommand(CLI::App& app, int& exit_status) {
       "files unless --force is given, and keeps each file's mode and owner.\n"
       "--lines N:M (for editors) lays out only what touches lines N to M: each stretch of lines\n"
       "the layout would change is taken whole when one of its lines is in the range.\n"
+      "With -i or --check a folder stands for the text configurations in it and below it.\n"
       "Exit status: 0 done (or all formatted under --check), 1 --check found files not formatted\n"
       "(their diffs on standard output), 2 unreadable input, a refused file or a usage error.\n"
-      "Example: pcfg fmt --check examples/*.txtpb && pcfg fmt -i examples/headset.txtpb");
+      "Example: pcfg fmt --check examples/ && pcfg fmt -i examples/headset.txtpb");
   command->add_option("IN", options->inputs,
-                      "configuration files (- for standard input, read as text); one unless -i or --check");
+                      "configuration files (- for standard input, read as text); one unless -i or --check "
+                      "(which take folders too)");
   auto* in_place = command->add_flag("-i,--in-place", options->in_place,
                                      "rewrite text files in place, atomically, when they change");
   command
