@@ -409,7 +409,9 @@ TEST(Lsp, AnEditInsideOneEntryIsReadAlone) {
       {"the field's name, to another list's",
        "eripherals { id: \"fpga0\" type: PERIPHERAL_TYPE_FPGA system_type: PERIPHERAL_SYSTEM_TYPE_CADMOR",
        "hysical_cameras { peripheral_id: \"fpga0\"", false},
-      {"an entry that is no list's", "device_info {\n", "device_info {\n  # x\n", false},
+      {"a message of the root that is no list's", "soc_name: \"sxr2230p\"", "soc_name: \"sxr2230q\"  # x", true},
+      {"an edit from an entry's first byte", "device_info {\n", "device_info {\n  # x\n", false},
+      {"a value in the general configurations", "cadmor_camera_version: ", "cadmor_camera_version: 1", true},
       {"one entry made two", "id: \"prox0\"", "id: \"prox0\" } peripherals { id: \"prox1\"", false},
       {"a field set twice", "id: \"prox0\"", "id: \"prox0\" id: \"prox1\"", false},
   };

@@ -403,16 +403,21 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   if (tokens[old.name_end - 1].end() > begin) return false;
   const std::string name = tree.Name(old, raw);
   const gp::FieldDescriptor* field = Config::descriptor()->FindFieldByName(name);
-  if (field == nullptr || !field->is_repeated() || field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE)
-    return false;
-  // Its place in the list: the values of that name before it, a list's elements one by one.
-  int index = 0;
+  if (field == nullptr || field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE) return false;
+  // Its place in the list: the values of that name before it, a list's elements one by one. A
+  // message of the root that is no list's (general_configs, say) must be written once: the
+  // parser merges a field written twice.
+  int index = 0, written = 0;
   for (const int32_t child : tree.ChildrenOf(tree.root())) {
-    if (child == entry) break;
     const syntax::Node& before = tree.node(child);
     if (before.kind != syntax::NodeKind::kField || tree.FirstChild(before) < 0 ||
         !tree.NameIs(before, name, raw))
       continue;
+    ++written;
+    if (child >= entry) {
+      if (field->is_repeated()) break;
+      continue;
+    }
     const syntax::Node& value = tree.node(tree.FirstChild(before));
     if (value.kind != syntax::NodeKind::kList) {
       ++index;
@@ -421,7 +426,9 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
     for (const int32_t element : tree.ChildrenOf(value)) index += element >= 0;
   }
   const gp::Reflection* reflection = config.GetReflection();
-  if (index >= reflection->FieldSize(config, field)) return false;
+  if (field->is_repeated() ? index >= reflection->FieldSize(config, field)
+                           : written != 1 || !reflection->HasField(config, field))
+    return false;
 
   // Its new text must read as one field of the same name, as a message, spanning all of it.
   const uint32_t entry_begin = tokens[old.first].begin;
@@ -446,10 +453,15 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   if (!ParseTextQuietly(text, read)) return false;
   std::vector<const gp::FieldDescriptor*> set;
   reflection->ListFields(*read, &set);
-  if (set.size() != 1 || set[0] != field || reflection->FieldSize(*read, field) != 1) return false;
+  if (set.size() != 1 || set[0] != field ||
+      (field->is_repeated() && reflection->FieldSize(*read, field) != 1))
+    return false;
 
-  gp::Message* target = reflection->MutableRepeatedMessage(&config, field, index);
-  target->GetReflection()->Swap(target, reflection->MutableRepeatedMessage(read, field, 0));
+  gp::Message* target = field->is_repeated() ? reflection->MutableRepeatedMessage(&config, field, index)
+                                             : reflection->MutableMessage(&config, field);
+  target->GetReflection()->Swap(target, field->is_repeated()
+                                            ? reflection->MutableRepeatedMessage(read, field, 0)
+                                            : reflection->MutableMessage(read, field));
   const syntax::SyntaxTree::Replaced moved = tree.ReplaceRootEntry(raw, entry, entry_tree);
   if (replaced != nullptr) *replaced = moved;
   values_by_name_.clear();
