@@ -335,14 +335,14 @@ const std::vector<int32_t>* LoadedConfig::ValuesNamed(int32_t message, const std
     const syntax::SyntaxTree& tree = *syntax_;
     for (const int32_t child : tree.ChildrenOf(tree.node(message))) {
       const syntax::Node& field = tree.node(child);
-      if (field.kind != syntax::NodeKind::kField || tree.FirstChild(field) < 0) continue;
+      const syntax::Node* value = field.kind == syntax::NodeKind::kField ? tree.ValueOf(field) : nullptr;
+      if (value == nullptr) continue;
       std::vector<int32_t>& values = by_name->second[tree.Name(field)];
-      const syntax::Node& value = tree.node(tree.FirstChild(field));
-      if (value.kind != syntax::NodeKind::kList) {
+      if (value->kind != syntax::NodeKind::kList) {
         values.push_back(child);
         continue;
       }
-      for (const int32_t element : tree.ChildrenOf(value)) values.push_back(element);
+      for (const int32_t element : tree.ChildrenOf(*value)) values.push_back(element);
     }
   }
   const auto values = by_name->second.find(name);
@@ -390,9 +390,9 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   if (entry < 0) return false;
   const syntax::Node& old = tree.node(entry);
   // Written alone as a message, with no separator after it: its last byte closes the message.
-  if (old.kind != syntax::NodeKind::kField || tree.FirstChild(old) < 0) return false;
-  const syntax::Node& old_value = tree.node(tree.FirstChild(old));
-  if (old_value.kind != syntax::NodeKind::kMessage || !old_value.closed || old_value.end != old.end)
+  const syntax::Node* old_value = old.kind == syntax::NodeKind::kField ? tree.ValueOf(old) : nullptr;
+  if (old_value == nullptr || old_value->kind != syntax::NodeKind::kMessage || !old_value->closed ||
+      old_value->end != old.end)
     return false;
   // What comes before it ends where a token must end whatever follows: trivia or a symbol.
   if (old.first > 0 && !tokens[old.first - 1].trivia() &&
@@ -410,20 +410,18 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   int index = 0, written = 0;
   for (const int32_t child : tree.ChildrenOf(tree.root())) {
     const syntax::Node& before = tree.node(child);
-    if (before.kind != syntax::NodeKind::kField || tree.FirstChild(before) < 0 ||
-        !tree.NameIs(before, name, raw))
-      continue;
+    const syntax::Node* value = before.kind == syntax::NodeKind::kField ? tree.ValueOf(before) : nullptr;
+    if (value == nullptr || !tree.NameIs(before, name, raw)) continue;
     ++written;
     if (child >= entry) {
       if (field->is_repeated()) break;
       continue;
     }
-    const syntax::Node& value = tree.node(tree.FirstChild(before));
-    if (value.kind != syntax::NodeKind::kList) {
+    if (value->kind != syntax::NodeKind::kList) {
       ++index;
       continue;
     }
-    for (const int32_t element : tree.ChildrenOf(value)) index += element >= 0;
+    for (const int32_t element : tree.ChildrenOf(*value)) index += element >= 0;
   }
   const gp::Reflection* reflection = config.GetReflection();
   if (field->is_repeated() ? index >= reflection->FieldSize(config, field)
@@ -442,11 +440,11 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   const int32_t only = entry_tree.FirstChild(root);
   if (only < 0 || entry_tree.node(only).next_sibling >= 0) return false;
   const syntax::Node& fresh = entry_tree.node(only);
-  if (fresh.kind != syntax::NodeKind::kField || entry_tree.FirstChild(fresh) < 0 || fresh.first != 0 ||
-      fresh.end != entry_tree.tokens().size() || entry_tree.Name(fresh) != name)
-    return false;
-  const syntax::Node& fresh_value = entry_tree.node(entry_tree.FirstChild(fresh));
-  if (fresh_value.kind != syntax::NodeKind::kMessage || !fresh_value.closed || fresh_value.end != fresh.end)
+  const syntax::Node* fresh_value =
+      fresh.kind == syntax::NodeKind::kField ? entry_tree.ValueOf(fresh) : nullptr;
+  if (fresh_value == nullptr || fresh.first != 0 || fresh.end != entry_tree.tokens().size() ||
+      entry_tree.Name(fresh) != name || fresh_value->kind != syntax::NodeKind::kMessage ||
+      !fresh_value->closed || fresh_value->end != fresh.end)
     return false;
 
   Config* read = gp::Arena::CreateMessage<Config>(arena_.get());
@@ -457,11 +455,13 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
       (field->is_repeated() && reflection->FieldSize(*read, field) != 1))
     return false;
 
-  gp::Message* target = field->is_repeated() ? reflection->MutableRepeatedMessage(&config, field, index)
-                                             : reflection->MutableMessage(&config, field);
-  target->GetReflection()->Swap(target, field->is_repeated()
-                                            ? reflection->MutableRepeatedMessage(read, field, 0)
-                                            : reflection->MutableMessage(read, field));
+  // The entry in a configuration: element INDEX of a list, or the message itself.
+  const auto entry_in = [&](Config* in, int at) {
+    return field->is_repeated() ? reflection->MutableRepeatedMessage(in, field, at)
+                                : reflection->MutableMessage(in, field);
+  };
+  gp::Message* target = entry_in(&config, index);
+  target->GetReflection()->Swap(target, entry_in(read, 0));
   const syntax::SyntaxTree::Replaced moved = tree.ReplaceRootEntry(raw, entry, entry_tree);
   if (replaced != nullptr) *replaced = moved;
   values_by_name_.clear();

@@ -173,6 +173,11 @@ class SyntaxTree {
                : -1;
   }
   Children ChildrenOf(const Node& node) const { return Children(nodes_, FirstChild(node)); }
+  // The value of field node FIELD (its first child), or null where it has none.
+  const Node* ValueOf(const Node& field) const {
+    const int32_t value = FirstChild(field);
+    return value < 0 ? nullptr : &nodes_[static_cast<size_t>(value)];
+  }
   bool has_errors() const { return errors_ > 0; }
 
   std::string_view Text(const Token& token) const { return source_.substr(token.begin, token.length); }

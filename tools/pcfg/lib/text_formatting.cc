@@ -174,49 +174,41 @@ bool SameTextFormatTokens(std::string_view a, std::string_view b) { return SameT
 // whole. Same bytes read alike.
 bool SameTextFormatTokensByPieces(const syntax::SyntaxTree& tree, std::string_view raw,
                                   std::string_view formatted, const std::vector<size_t>& root_lines) {
+  // The pairs of pieces whose bytes differ, and how many bytes they hold.
   struct Pair {
-    size_t raw_begin, raw_end, formatted_begin, formatted_end;
+    std::string_view raw, formatted;
   };
-  std::vector<Pair> pieces;
-  size_t index = 0, raw_cut = 0, formatted_cut = 0;
-  const auto cut = [&](size_t raw_at, size_t formatted_at) {
-    if (raw_at <= raw_cut || formatted_at <= formatted_cut) return;
-    pieces.push_back({raw_cut, raw_at, formatted_cut, formatted_at});
+  std::vector<Pair> differing;
+  size_t bytes = 0, index = 0, raw_cut = 0, formatted_cut = 0;
+  const auto end_piece = [&](size_t raw_at, size_t formatted_at) {
+    const Pair piece{raw.substr(raw_cut, raw_at - raw_cut),
+                     formatted.substr(formatted_cut, formatted_at - formatted_cut)};
+    if (piece.raw != piece.formatted) {
+      differing.push_back(piece);
+      bytes += piece.raw.size();
+    }
     raw_cut = raw_at, formatted_cut = formatted_at;
   };
   for (const int32_t child : tree.ChildrenOf(tree.root())) {
     if (index++ >= root_lines.size()) break;
     const uint32_t begin = tree.tokens()[tree.node(child).first].begin;
     const size_t line_start = raw.rfind('\n', begin) + 1;  // npos + 1 is 0: the first line
-    if (raw.find_first_not_of(" \t\r\v\f", line_start) == begin) cut(line_start, root_lines[index - 1]);
+    if (raw.find_first_not_of(" \t\r\v\f", line_start) == begin && line_start > raw_cut)
+      end_piece(line_start, root_lines[index - 1]);
   }
-  pieces.push_back({raw_cut, raw.size(), formatted_cut, formatted.size()});
-  // The pieces whose bytes differ, and how many bytes they hold.
-  std::vector<Pair> differing;
-  size_t bytes = 0;
-  for (const Pair& piece : pieces) {
-    const std::string_view a = raw.substr(piece.raw_begin, piece.raw_end - piece.raw_begin);
-    const std::string_view b =
-        formatted.substr(piece.formatted_begin, piece.formatted_end - piece.formatted_begin);
-    if (a == b) continue;
-    differing.push_back(piece);
-    bytes += a.size();
-  }
+  end_piece(raw.size(), formatted.size());
+  // Every piece but the first opens with a field's name.
   const auto match = [&](size_t from, size_t to) {
-    for (size_t i = from; i < to; ++i) {
-      const Pair& piece = differing[i];
-      if (!SameTokens(raw.substr(piece.raw_begin, piece.raw_end - piece.raw_begin),
-                      formatted.substr(piece.formatted_begin, piece.formatted_end - piece.formatted_begin),
-                      piece.raw_begin > 0))
+    for (size_t i = from; i < to; ++i)
+      if (!SameTokens(differing[i].raw, differing[i].formatted, differing[i].raw.data() != raw.data()))
         return false;
-    }
     return true;
   };
   if (bytes < kSmallestInputWorthCutting) return match(0, differing.size());
   // Two shares of about the same size.
   size_t half = 0;
   for (size_t share = 0; half < differing.size() && share < bytes / 2; ++half)
-    share += differing[half].raw_end - differing[half].raw_begin;
+    share += differing[half].raw.size();
   std::future<bool> second =
       std::async(std::launch::async | std::launch::deferred, [&] { return match(half, differing.size()); });
   const bool first = match(0, half);

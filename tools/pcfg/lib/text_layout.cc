@@ -130,19 +130,15 @@ class Layout {
       if (root_lines_ != nullptr && &block == &tree_.root()) root_lines_->push_back(out_.size());
       Field(field);
       // Comments between the value and a ';' or ',' after it, which the layout drops.
-      if (const Node* value = ValueOf(field)) Comments(GapBetween(value->end, field.end));
+      if (const Node* value = tree_.ValueOf(field)) Comments(GapBetween(value->end, field.end));
       block_start_ = false;
       cursor = field.end;
     }
     Comments(GapBetween(cursor, close));
   }
 
-  const Node* ValueOf(const Node& field) const {
-    return tree_.FirstChild(field) < 0 ? nullptr : &tree_.node(tree_.FirstChild(field));
-  }
-
   void Field(const Node& field) {
-    const Node& value = *ValueOf(field);
+    const Node& value = *tree_.ValueOf(field);
     Put(tree_.Name(field));
     switch (value.kind) {
       case NodeKind::kValue:
@@ -195,7 +191,7 @@ class Layout {
       case NodeKind::kValue:
         return ValueText(node);
       case NodeKind::kField: {
-        const Node& value = *ValueOf(node);
+        const Node& value = *tree_.ValueOf(node);
         const bool scalar =
             value.kind == NodeKind::kValue || (value.kind == NodeKind::kList && !HasMessages(value));
         return tree_.Name(node) + (scalar ? ": " : " ") + OneLine(value);
@@ -513,8 +509,9 @@ std::vector<LineEdit> LayoutEditsWithin(std::string_view source, const std::stri
   // The header the layout puts before everything, when the source has none: content that a
   // stretch at the first line may add on its own.
   const std::vector<std::string_view> header = Lines(kTextHeader);
-  const bool adds_header = b.size() >= header.size() && std::equal(header.begin(), header.end(), b.begin()) &&
-                           !(a.size() >= header.size() && std::equal(header.begin(), header.end(), a.begin()));
+  const bool adds_header =
+      b.size() >= header.size() && std::equal(header.begin(), header.end(), b.begin()) &&
+      !(a.size() >= header.size() && std::equal(header.begin(), header.end(), a.begin()));
   int line = 1;  // of SOURCE, at script[i]
   for (size_t i = 0; i < script.size();) {
     if (script[i].first == ' ') {

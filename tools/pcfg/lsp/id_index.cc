@@ -97,20 +97,20 @@ class Builder {
   // Calls VISIT for each message a field node holds: its value, or each message of its list.
   template <typename Visit>
   void ForEachMessage(const Node& field, const Visit& visit) {
-    if (tree_.FirstChild(field) < 0) return;
-    const Node& value = tree_.node(tree_.FirstChild(field));
-    if (value.kind == NodeKind::kMessage) return visit(tree_.FirstChild(field));
-    if (value.kind != NodeKind::kList) return;
-    for (const int32_t element : tree_.ChildrenOf(value))
+    const int32_t value = tree_.FirstChild(field);
+    if (value < 0) return;
+    if (tree_.node(value).kind == NodeKind::kMessage) return visit(value);
+    if (tree_.node(value).kind != NodeKind::kList) return;
+    for (const int32_t element : tree_.ChildrenOf(tree_.node(value)))
       if (tree_.node(element).kind == NodeKind::kMessage) visit(element);
   }
   template <typename Visit>
   void ForEachScalar(const Node& field, const Visit& visit) {
-    if (tree_.FirstChild(field) < 0) return;
-    const Node& value = tree_.node(tree_.FirstChild(field));
-    if (value.kind == NodeKind::kValue) return visit(value);
-    if (value.kind != NodeKind::kList) return;
-    for (const int32_t element : tree_.ChildrenOf(value))
+    const Node* value = tree_.ValueOf(field);
+    if (value == nullptr) return;
+    if (value->kind == NodeKind::kValue) return visit(*value);
+    if (value->kind != NodeKind::kList) return;
+    for (const int32_t element : tree_.ChildrenOf(*value))
       if (tree_.node(element).kind == NodeKind::kValue) visit(tree_.node(element));
   }
 

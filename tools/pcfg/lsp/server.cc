@@ -520,7 +520,8 @@ Json Server::Symbols(Json& params) {
   std::map<std::string, size_t> group_of;
   for (const int32_t child : tree.ChildrenOf(tree.root())) {
     const syntax::Node& field = tree.node(child);
-    if (field.kind != syntax::NodeKind::kField || tree.FirstChild(field) < 0) continue;
+    const int32_t value_at = field.kind == syntax::NodeKind::kField ? tree.FirstChild(field) : -1;
+    if (value_at < 0) continue;
     const std::string name = tree.Name(field);
     const ListKind* list = nullptr;
     for (const ListKind& row : kLists)
@@ -547,10 +548,10 @@ Json Server::Symbols(Json& params) {
                   {"location", LocationOf(document, entry_begin, entry_end)},
                   {"containerName", name}};
     };
-    const syntax::Node& value = tree.node(tree.FirstChild(field));
+    const syntax::Node& value = tree.node(value_at);
     std::vector<Json> entries;
     if (value.kind == syntax::NodeKind::kMessage) {
-      entries.push_back(entry_symbol(tree.FirstChild(field), begin));
+      entries.push_back(entry_symbol(value_at, begin));
     } else if (value.kind == syntax::NodeKind::kList) {
       for (const int32_t element : tree.ChildrenOf(value))
         if (tree.node(element).kind == syntax::NodeKind::kMessage)
