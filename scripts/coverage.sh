@@ -2,7 +2,8 @@
 # Line and branch coverage of pcfg (tools/pcfg) by the test suite, with gcovr: builds the
 # project with --coverage in its own folder (Debug, no benchmarks), runs ctest there and prints
 # gcovr's summary per file. Branches that exist only for exceptions the compiler adds (every
-# call that may throw) are left out, as are the branches gcovr cannot tie to a line of source.
+# call that may throw) are left out, as are the branches gcovr cannot tie to a line of source;
+# scripts/branch_coverage.py then also leaves out the blocks only an exception reaches.
 #
 #   scripts/coverage.sh [CTEST-ARGUMENT...]
 #
@@ -26,4 +27,7 @@ gcovr_args=(--root . --filter 'tools/pcfg/' --exclude-throw-branches --exclude-u
   --object-directory "$build" --gcov-ignore-parse-errors)
 # Per file, fewest branches taken first, then the totals of lines and branches.
 gcovr "${gcovr_args[@]}" --branches --sort-percentage --print-summary
+# The same branches counted again from gcov's flow graphs, with and without the blocks that run
+# only while an exception unwinds (clean-ups of half-built temporaries), which gcovr counts.
+python3 scripts/branch_coverage.py "$build" tools/pcfg | grep -E "^(file |TOTAL|[0-9]+ lines where)"
 if [ -n "${COVERAGE_HTML:-}" ]; then gcovr "${gcovr_args[@]}" --html-details "$COVERAGE_HTML"; fi
