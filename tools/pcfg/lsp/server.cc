@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <condition_variable>
+#include <cstring>
 #include <deque>
 #include <thread>
 
@@ -835,9 +836,12 @@ int RunLanguageServer(int in_fd, int out_fd, MessageReader::Style style) {
         continue;
       }
       // A glance at what comes, for what must be known before the server reaches it: only
-      // messages that may be cancellations or changes are read here.
-      if (body.find("$/cancelRequest") != std::string::npos ||
-          body.find("textDocument/didChange") != std::string::npos) {
+      // messages that may be cancellations or changes are read here. memmem, since
+      // std::string::find stops at every 't' of a document's text: 13 ms for 30 MB, not 4.
+      const auto mentions = [&body](std::string_view what) {
+        return memmem(body.data(), body.size(), what.data(), what.size()) != nullptr;
+      };
+      if (mentions("$/cancelRequest") || mentions("textDocument/didChange")) {
         const Json message = ParseMessage(body);  // a whole text changed is decoded apart
         if (message.is_object() && message.value("method", Json()).is_string()) {
           const std::string method = message["method"];
