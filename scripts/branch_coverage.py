@@ -135,13 +135,19 @@ def can_contain_branches(path, line):
 
 def gcov_json(gcda):
     with tempfile.TemporaryDirectory() as scratch:
-        out = subprocess.run(['gcov', '--json-format', '--stdout', '--branch-probabilities', os.path.abspath(gcda)],
-                             cwd=scratch, capture_output=True, check=True).stdout
+        run = subprocess.run(['gcov', '--json-format', '--stdout', '--branch-probabilities', os.path.abspath(gcda)],
+                             cwd=scratch, capture_output=True, check=False)
+    if run.returncode != 0:
+        raise SystemExit(f'gcov failed on {gcda}: {run.stderr.decode(errors="replace").strip()}')
+    out = run.stdout
     # One JSON document per line of output.
     return [json.loads(line) for line in out.splitlines() if line.strip()]
 
 
 def main():
+    if len(sys.argv) < 3 or sys.argv[1] in ('-h', '--help'):
+        print(__doc__.strip())
+        return 0 if len(sys.argv) > 1 else 2
     build, prefixes = sys.argv[1], [os.path.abspath(p) for p in sys.argv[2:]]
     wanted = lambda path: any(path.startswith(p) for p in prefixes)
     # (file, line) -> [[throw, exceptional, taken]] merged over objects by position.
@@ -192,6 +198,10 @@ def main():
                             if i == len(slot):
                                 slot.append([w[0], w[1], False])
                             slot[i][2] = slot[i][2] or g['count'] > 0
+    if not merged:
+        print(f'no coverage data for {" ".join(sys.argv[2:])} in {build}: run the tests of a --coverage build first',
+              file=sys.stderr)
+        return 1
     per_file = collections.defaultdict(lambda: [0, 0, 0, 0])
     for (path, _), branches in merged.items():
         row = per_file[os.path.relpath(path)]
@@ -213,7 +223,8 @@ def main():
     if disagreements:
         print(f'{len(disagreements)} lines where the graph and gcov list different branches, counted as '
               f'gcov lists them, none exceptional: {" ".join(disagreements)}')
+    return 0
 
 
 if __name__ == '__main__':
-    main()
+    sys.exit(main())
