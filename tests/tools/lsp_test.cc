@@ -198,7 +198,6 @@ TEST(Lsp, NegotiatesThePositionEncoding) {
   // The hover range of an id after the emoji on its line, in each encoding.
   const std::string after = "peripherals { id: \"\xc3\xa9\xf0\x9f\x98\x80z\" }\n";
   utf16.Open(after);
-  utf16.set_text(after);
   EXPECT_EQ(utf16.At("textDocument/hover", "z")["range"], Range(0, 19, 23));
   // A client that asked for no markdown gets the note without its marks.
   const Json plain = utf16.At("textDocument/hover", "id", 0)["contents"];
@@ -208,7 +207,6 @@ TEST(Lsp, NegotiatesThePositionEncoding) {
             0u)
       << plain.dump();
   utf8.Open(after);
-  utf8.set_text(after);
   EXPECT_EQ(utf8.At("textDocument/hover", "z")["range"], Range(0, 19, 26));
 }
 
@@ -250,7 +248,6 @@ TEST(Lsp, DiagnosticsWithRangesRulesAndSuppressions) {
       "peripherals { id: \"imu1\" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: \"gone\" } }\n"
       "peripherals { id: \"imu2\" type: PERIPHERAL_TYPE_IMU }  # pcfg: ignore no-driver -- why not\n";
   session.Open(text);
-  session.set_text(text);
   const Json diagnostics = session.Diagnostics();
   std::map<std::string, Json> by_rule;
   for (const Json& d : diagnostics) by_rule[d.value("code", "")] = d;
@@ -532,7 +529,6 @@ TEST(Lsp, ChangesSinceTheTextWasLentMergeIntoOneEdit) {
 TEST(Lsp, NavigatesByPeripheralAndTemplateIds) {
   Session session;
   session.Open(kText);
-  session.set_text(kText);
   const Json cam0 = Range(0, 19, 23);
   // From each kind of reference to its entry, and the template to its defining camera.
   struct Row {
@@ -643,7 +639,6 @@ TEST(Lsp, SymbolsHoverAndCompletionFromTheSchema) {
                                           "hover": {"contentFormat": ["markdown"]},
                                           "completion": {"completionItem": {"snippetSupport": true}}}})"));
   session.Open(kText);
-  session.set_text(kText);
   const Json symbols =
       session.Request("textDocument/documentSymbol", {{"textDocument", {{"uri", kUri}}}})["result"];
   ASSERT_EQ(symbols.size(), 3u) << symbols.dump(1);
@@ -704,10 +699,7 @@ TEST(Lsp, SymbolsOfEntriesHowEverTheyAreWritten) {
       "peripherals { id: \"\" }\n";
   Session nested(J(R"({"textDocument": {"documentSymbol": {"hierarchicalDocumentSymbolSupport": true}}})"));
   Session flat;
-  for (Session* session : {&nested, &flat}) {
-    session->Open(text);
-    session->set_text(text);
-  }
+  for (Session* session : {&nested, &flat}) session->Open(text);
   const Json groups =
       nested.Request("textDocument/documentSymbol", {{"textDocument", {{"uri", kUri}}}})["result"];
   ASSERT_EQ(groups.size(), 2u) << groups.dump(1);
@@ -743,7 +735,6 @@ TEST(Lsp, HoverNotesSayWhatTheSchemaAndTheIdsKnow) {
       "physical_cameras { peripheral_id: \"gone\" template_id: \"tmpl\" model: CAMERA_MODEL_OV7251 }\n"
       "system_options { type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI options_qc_camx_cci {} }\n";
   session.Open(text);
-  session.set_text(text);
   struct Row {
     const char* needle;
     const char* says;      // empty: no note at all
@@ -792,7 +783,6 @@ TEST(Lsp, CompletionFollowsWhereTheCursorIs) {
       "bogus { x:  }\n"
       "peripherals { colour:  }\n";
   session.Open(text);
-  session.set_text(text);
   const auto complete = [&](const Json& position) {
     std::map<std::string, Json> items;
     for (const Json& item : session
@@ -846,7 +836,6 @@ TEST(Lsp, ManyIdsCompleteByWhatIsTyped) {
   for (int i = 0; i < 300; ++i) text += "peripherals { id: \"p" + std::to_string(i) + "\" }\n";
   text += "peripherals { id: \"q\" dependencies { peripheral_id: \"p29";
   session.Open(text);
-  session.set_text(text);
   const Json all = session.Request(
       "textDocument/completion",
       {{"textDocument", {{"uri", kUri}}}, {"position", session.PositionOf("peripheral_id: \"p29", 19)}});
@@ -864,7 +853,6 @@ TEST(Lsp, AHalfTypedEntryLeavesTheEntriesBelowItReadable) {
       "camera_sets { peripheral_id: \"set0\" camera_peripheral_ids: \"\n"
       "peripherals { id: \"cam1\" type: PERIPHERAL_TYPE_CAMERA }\n";
   session.Open(text);
-  session.set_text(text);
   const Json found = session.Request(
       "textDocument/completion",
       {{"textDocument", {{"uri", kUri}}}, {"position", session.PositionOf("camera_peripheral_ids: \"", 24)}});
@@ -877,7 +865,6 @@ TEST(Lsp, FormattingKeepsCommentsAndRefusesWhatWouldChange) {
   Session session;
   const std::string messy = "peripherals {   id: \"a\"   # keep\n}\n\n\n\nperipherals {id: \"b\"}\n";
   session.Open(messy);
-  session.set_text(messy);
   const Json edits =
       session.Request("textDocument/formatting", {{"textDocument", {{"uri", kUri}}}})["result"];
   ASSERT_TRUE(edits.is_array()) << edits.dump();
@@ -906,7 +893,6 @@ TEST(Lsp, CodeActionsFixWhatTheyCan) {
       "peripherals { id: \"imu0\" type: PERIPHERAL_TYPE_IMU system_type: "
       "PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX_CCI }";  // no line break at the end
   session.Open(text);
-  session.set_text(text);
   const Json diagnostics = session.Diagnostics();
   // Each finding with the titles of its fixes, and the text of the preferred one.
   std::map<std::string, std::pair<std::vector<std::string>, std::string>> offered;
@@ -969,7 +955,6 @@ TEST(Lsp, CodeActionsFixWhatTheyCan) {
 TEST(Lsp, HintsLensesAndRelatedPlaces) {
   Session session(J(R"({"textDocument": {"publishDiagnostics": {"relatedInformation": true}}})"));
   session.Open(kText);
-  session.set_text(kText);
   const Json hints = session.Request(
       "textDocument/inlayHint", {{"textDocument", {{"uri", kUri}}}, {"range", Range(5, 0, 99)}})["result"];
   ASSERT_EQ(hints.size(), 1u) << "line 6 only: " << hints.dump();
