@@ -202,6 +202,12 @@ def main():
         print(f'no coverage data for {" ".join(sys.argv[2:])} in {build}: run the tests of a --coverage build first',
               file=sys.stderr)
         return 1
+    if len(disagreements) * 100 > len(merged):
+        # A handful is gcov's own doing; more means this script misreads the graphs (another
+        # gcc's format, say), and its count would be wrong.
+        print(f'the graphs disagree with gcov on {len(disagreements)} of {len(merged)} lines: '
+              'this gcc\'s .gcno is not read right; no count', file=sys.stderr)
+        return 1
     per_file = collections.defaultdict(lambda: [0, 0, 0, 0])
     for (path, _), branches in merged.items():
         row = per_file[os.path.relpath(path)]
