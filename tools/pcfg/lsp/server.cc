@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "fixes.h"
+#include "large_allocator.h"
 #include "message_json.h"
 #include "schema_help.h"
 #include "text_formatting.h"
@@ -863,6 +864,9 @@ int RunLanguageServer(int in_fd, int out_fd, MessageReader::Style style) {
   std::string body;
   while (!server.exited() && shared->inbox.Take(&body)) {
     server.HandleBody(body);
+    // An open's text is its document's now: the body it came in (tens of megabytes for a large
+    // document) goes back before the text is read, not after.
+    if (body.capacity() >= pcfg::kLargeAllocation) std::string().swap(body);
     // A burst of edits is analysed once, when it is over; a recorded session, after each message,
     // so that what it prints comes in one order.
     if (style == MessageReader::Style::kDelimited || shared->inbox.Empty()) server.PublishPending();
