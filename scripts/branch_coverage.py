@@ -25,7 +25,7 @@ import sys
 import tempfile
 
 FAKE, FALLTHROUGH = 2, 4
-TAG_FUNCTION, TAG_BLOCKS, TAG_ARCS, TAG_LINES = 0x01000000, 0x01410000, 0x01430000, 0x01450000
+TAG_FUNCTION, TAG_ARCS, TAG_LINES = 0x01000000, 0x01430000, 0x01450000
 
 
 class Reader:
@@ -50,7 +50,6 @@ class Function:
         self.start_line, self.start_column, self.end_line = start_line, start_column, end_line
         self.succ = collections.defaultdict(list)  # block -> [(dst, flags)]
         self.lines = {}  # block -> [(file, line)]
-        self.blocks = 0
 
 
 def read_gcno(path):
@@ -73,8 +72,6 @@ def read_gcno(path):
             fn = Function(name, os.path.normpath(os.path.join(cwd, source)), start_line, start_column,
                           end_line)
             functions.append(fn)
-        elif tag == TAG_BLOCKS:
-            fn.blocks = r.u32()
         elif tag == TAG_ARCS:
             src = r.u32()
             while r.at < end:
@@ -120,6 +117,25 @@ def listed_branches(fn):
     return listed
 
 
+def branches_by_line(functions):
+    """What gcov lists on each line of one object: (file, line, group function or '') ->
+    [(throw, exceptional)]. Group functions (same file and start line, as a template's
+    instantiations) keep their own lines; the rest share the file's, in order of where they start."""
+    starts = collections.Counter((fn.source, fn.start_line) for fn in functions)
+    expected = collections.defaultdict(list)
+    for fn in sorted(functions, key=lambda f: (f.start_line, f.start_column)):
+        group = starts[(fn.source, fn.start_line)] > 1
+        for block, branches in sorted(listed_branches(fn).items()):
+            lines = fn.lines.get(block)
+            if not lines:
+                continue
+            # gcov puts a block's branches on the highest of its lines.
+            file, line = max(lines, key=lambda place: place[1])
+            own = group and file == fn.source and fn.start_line <= line <= fn.end_line
+            expected[(file, line, fn.name if own else '')].extend(branches)
+    return expected
+
+
 SOURCES = {}
 
 
@@ -133,81 +149,9 @@ def can_contain_branches(path, line):
     return code not in ('', '{', '}', '{}')
 
 
-def gcov_json(gcda):
-    with tempfile.TemporaryDirectory() as scratch:
-        run = subprocess.run(['gcov', '--json-format', '--stdout', '--branch-probabilities', os.path.abspath(gcda)],
-                             cwd=scratch, capture_output=True, check=False)
-    if run.returncode != 0:
-        raise SystemExit(f'gcov failed on {gcda}: {run.stderr.decode(errors="replace").strip()}')
-    out = run.stdout
-    # One JSON document per line of output.
-    return [json.loads(line) for line in out.splitlines() if line.strip()]
-
-
-def main():
-    if len(sys.argv) < 3 or sys.argv[1] in ('-h', '--help'):
-        print(__doc__.strip())
-        return 0 if len(sys.argv) > 1 else 2
-    build, prefixes = sys.argv[1], [os.path.abspath(p) for p in sys.argv[2:]]
-    wanted = lambda path: any(path.startswith(p) for p in prefixes)
-    # (file, line) -> [[throw, exceptional, taken]] merged over objects by position.
-    merged = {}
-    disagreements = []
-    for root, _, files in os.walk(build):
-        for name in files:
-            if not name.endswith('.gcno'):
-                continue
-            gcno = os.path.join(root, name)
-            gcda = gcno[:-5] + '.gcda'
-            if not os.path.exists(gcda):
-                continue
-            functions = read_gcno(gcno)
-            if not any(wanted(fn.source) for fn in functions):
-                continue
-            # What gcov would push on each line: group functions (same file and start line) keep
-            # their own lines, the rest share the file's, taken in order of where they start.
-            starts = collections.Counter((fn.source, fn.start_line) for fn in functions)
-            expected = collections.defaultdict(list)  # (file, line, group function or '') -> [...]
-            for fn in sorted(functions, key=lambda f: (f.start_line, f.start_column)):
-                group = starts[(fn.source, fn.start_line)] > 1
-                for block, branches in sorted(listed_branches(fn).items()):
-                    lines = fn.lines.get(block)
-                    if not lines:
-                        continue
-                    # gcov puts a block's branches on the highest of its lines.
-                    file, line = max(lines, key=lambda place: place[1])
-                    own = group and file == fn.source and fn.start_line <= line <= fn.end_line
-                    expected[(file, line, fn.name if own else '')].extend(branches)
-            for document in gcov_json(gcda):
-                for f in document['files']:
-                    path = os.path.normpath(os.path.join(document['current_working_directory'], f['file']))
-                    if not wanted(path):
-                        continue
-                    for entry in f['lines']:
-                        line, got = entry['line_number'], entry['branches']
-                        key = (path, line, entry.get('function_name', ''))
-                        want = expected.get(key) if key in expected else expected.get((path, line, ''), [])
-                        if len(want) != len(got) or any(w[0] != g['throw'] for w, g in zip(want, got)):
-                            # Counted as gcov lists them, none of them exceptional.
-                            disagreements.append(f'{os.path.relpath(path)}:{line}')
-                            want = [(g['throw'], False) for g in got]
-                        if not can_contain_branches(path, line):
-                            continue
-                        slot = merged.setdefault((path, line), [])
-                        for i, (w, g) in enumerate(zip(want, got)):
-                            if i == len(slot):
-                                slot.append([w[0], w[1], False])
-                            slot[i][2] = slot[i][2] or g['count'] > 0
-    if not merged:
-        print(f'no coverage data for {" ".join(sys.argv[2:])} in {build}: run the tests of a --coverage build first',
-              file=sys.stderr)
-        return 1
-    if len(disagreements) * 100 > len(merged):
-        # A handful is gcov's own doing; more means this script misreads the graphs (another
-        # gcc's format, say), and its count would be wrong.
-        print(f'the graphs disagree with gcov on {len(disagreements)} of {len(merged)} lines: '
-              'this gcc\'s .gcno is not read right; no count', file=sys.stderr)
-        return 1
+def tally(merged):
+    """Per file: [branches, taken, branches outside exceptional blocks, taken of those], throw
+    edges left out."""
     per_file = collections.defaultdict(lambda: [0, 0, 0, 0])
     for (path, _), branches in merged.items():
         row = per_file[os.path.relpath(path)]
@@ -219,6 +163,76 @@ def main():
             if not exceptional:
                 row[2] += 1
                 row[3] += taken
+    return per_file
+
+
+def objects_with_data(build, wanted):
+    """Each object below BUILD that was run and compiled some WANTED source: its functions as its
+    graph gives them, and its .gcda."""
+    for root, _, files in os.walk(build):
+        for name in files:
+            gcno = os.path.join(root, name)
+            gcda = gcno[:-5] + '.gcda'
+            if not name.endswith('.gcno') or not os.path.exists(gcda):
+                continue
+            functions = read_gcno(gcno)
+            if any(wanted(fn.source) for fn in functions):
+                yield functions, gcda
+
+
+def gcov_lines(gcda, wanted):
+    """(path, line entry) for each line of a WANTED source in gcov's JSON for GCDA."""
+    with tempfile.TemporaryDirectory() as scratch:
+        run = subprocess.run(['gcov', '--json-format', '--stdout', '--branch-probabilities', os.path.abspath(gcda)],
+                             cwd=scratch, capture_output=True, check=False)
+    if run.returncode != 0:
+        raise SystemExit(f'gcov failed on {gcda}: {run.stderr.decode(errors="replace").strip()}')
+    # One JSON document per line of output.
+    for document in (json.loads(line) for line in run.stdout.splitlines() if line.strip()):
+        for f in document['files']:
+            path = os.path.normpath(os.path.join(document['current_working_directory'], f['file']))
+            if wanted(path):
+                for entry in f['lines']:
+                    yield path, entry
+
+
+def main():
+    if len(sys.argv) < 3 or sys.argv[1] in ('-h', '--help'):
+        print(__doc__.strip())
+        return 0 if len(sys.argv) > 1 else 2
+    build, prefixes = sys.argv[1], [os.path.abspath(p) for p in sys.argv[2:]]
+    wanted = lambda path: any(path.startswith(p) for p in prefixes)
+    # (file, line) -> [[throw, exceptional, taken]] merged over objects by position.
+    merged = {}
+    disagreements = []
+    for functions, gcda in objects_with_data(build, wanted):
+        expected = branches_by_line(functions)
+        for path, entry in gcov_lines(gcda, wanted):
+            line, got = entry['line_number'], entry['branches']
+            key = (path, line, entry.get('function_name', ''))
+            want = expected.get(key) if key in expected else expected.get((path, line, ''), [])
+            if len(want) != len(got) or any(w[0] != g['throw'] for w, g in zip(want, got)):
+                # Counted as gcov lists them, none of them exceptional.
+                disagreements.append(f'{os.path.relpath(path)}:{line}')
+                want = [(g['throw'], False) for g in got]
+            if not can_contain_branches(path, line):
+                continue
+            slot = merged.setdefault((path, line), [])
+            for i, (w, g) in enumerate(zip(want, got)):
+                if i == len(slot):
+                    slot.append([w[0], w[1], False])
+                slot[i][2] = slot[i][2] or g['count'] > 0
+    if not merged:
+        print(f'no coverage data for {" ".join(sys.argv[2:])} in {build}: run the tests of a --coverage build first',
+              file=sys.stderr)
+        return 1
+    if len(disagreements) * 100 > len(merged):
+        # A handful is gcov's own doing; more means this script misreads the graphs (another
+        # gcc's format, say), and its count would be wrong.
+        print(f'the graphs disagree with gcov on {len(disagreements)} of {len(merged)} lines: '
+              'this gcc\'s .gcno is not read right; no count', file=sys.stderr)
+        return 1
+    per_file = tally(merged)
     totals = [sum(r[i] for r in per_file.values()) for i in range(4)]
     pct = lambda a, b: f'{100.0 * a / b:5.1f} %' if b else '    - '
     print(f'{"file":44} {"branches":>9} {"taken":>7} {"cover":>8}   {"outside exceptional blocks":>26}')
