@@ -335,7 +335,7 @@ const std::vector<int32_t>* LoadedConfig::ValuesNamed(int32_t message, const std
     const syntax::SyntaxTree& tree = *syntax_;
     for (const int32_t child : tree.ChildrenOf(tree.node(message))) {
       const syntax::Node& field = tree.node(child);
-      const syntax::Node* value = field.kind == syntax::NodeKind::kField ? tree.ValueOf(field) : nullptr;
+      const syntax::Node* value = tree.ValueOf(field);
       if (value == nullptr) continue;
       std::vector<int32_t>& values = by_name->second[tree.Name(field)];
       if (value->kind != syntax::NodeKind::kList) {
@@ -390,7 +390,7 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   if (entry < 0) return false;
   const syntax::Node& old = tree.node(entry);
   // Written alone as a message, with no separator after it: its last byte closes the message.
-  const syntax::Node* old_value = old.kind == syntax::NodeKind::kField ? tree.ValueOf(old) : nullptr;
+  const syntax::Node* old_value = tree.ValueOf(old);
   if (old_value == nullptr || old_value->kind != syntax::NodeKind::kMessage || !old_value->closed ||
       old_value->end != old.end)
     return false;
@@ -410,7 +410,7 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   int index = 0, written = 0;
   for (const int32_t child : tree.ChildrenOf(tree.root())) {
     const syntax::Node& before = tree.node(child);
-    const syntax::Node* value = before.kind == syntax::NodeKind::kField ? tree.ValueOf(before) : nullptr;
+    const syntax::Node* value = tree.ValueOf(before);
     if (value == nullptr || !tree.NameIs(before, name, raw)) continue;
     ++written;
     if (child >= entry) {
@@ -440,8 +440,7 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   const int32_t only = entry_tree.FirstChild(root);
   if (only < 0 || entry_tree.node(only).next_sibling >= 0) return false;
   const syntax::Node& fresh = entry_tree.node(only);
-  const syntax::Node* fresh_value =
-      fresh.kind == syntax::NodeKind::kField ? entry_tree.ValueOf(fresh) : nullptr;
+  const syntax::Node* fresh_value = entry_tree.ValueOf(fresh);
   if (fresh_value == nullptr || fresh.first != 0 || fresh.end != entry_tree.tokens().size() ||
       entry_tree.Name(fresh) != name || fresh_value->kind != syntax::NodeKind::kMessage ||
       !fresh_value->closed || fresh_value->end != fresh.end)

@@ -173,9 +173,9 @@ class SyntaxTree {
                : -1;
   }
   Children ChildrenOf(const Node& node) const { return Children(nodes_, FirstChild(node)); }
-  // The value of field node FIELD (its first child), or null where it has none.
-  const Node* ValueOf(const Node& field) const {
-    const int32_t value = FirstChild(field);
+  // The value of NODE when it is a field (its first child), or null: no field, or none written.
+  const Node* ValueOf(const Node& node) const {
+    const int32_t value = node.kind == NodeKind::kField ? FirstChild(node) : -1;
     return value < 0 ? nullptr : &nodes_[static_cast<size_t>(value)];
   }
   bool has_errors() const { return errors_ > 0; }

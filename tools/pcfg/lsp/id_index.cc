@@ -97,11 +97,11 @@ class Builder {
   // Calls VISIT for each message a field node holds: its value, or each message of its list.
   template <typename Visit>
   void ForEachMessage(const Node& field, const Visit& visit) {
-    const int32_t value = tree_.FirstChild(field);
-    if (value < 0) return;
-    if (tree_.node(value).kind == NodeKind::kMessage) return visit(value);
-    if (tree_.node(value).kind != NodeKind::kList) return;
-    for (const int32_t element : tree_.ChildrenOf(tree_.node(value)))
+    const Node* value = tree_.ValueOf(field);
+    if (value == nullptr) return;
+    if (value->kind == NodeKind::kMessage) return visit(tree_.FirstChild(field));
+    if (value->kind != NodeKind::kList) return;
+    for (const int32_t element : tree_.ChildrenOf(*value))
       if (tree_.node(element).kind == NodeKind::kMessage) visit(element);
   }
   template <typename Visit>
