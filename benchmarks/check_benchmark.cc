@@ -6,7 +6,9 @@
 #include "checks.h"
 #include "json_strict.h"
 #include "loader.h"
+#include "root_entries.h"
 #include "serialize.h"
+#include "syntax_tree.h"
 #include "synthetic_config.h"
 
 namespace {
@@ -84,6 +86,27 @@ void BM_StrictJsonCheck(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes.size()));
 }
 BENCHMARK(BM_StrictJsonCheck)->Unit(benchmark::kMillisecond);
+
+// A finding in text is located in the tree of its root entry alone, once a scan has found the
+// entries; the whole text's syntax tree is what that spares.
+const std::string& Text10000() {
+  static const std::string text = [] {
+    std::string bytes, error;
+    pcfg::SerializeConfig(pcfg::bench::MakeSyntheticConfig(10000, 1), pcfg::Format::kText, &bytes, &error);
+    return bytes;
+  }();
+  return text;
+}
+void BM_FindRootEntries(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(pcfg::RootEntries(Text10000()).Find("peripherals", 0));
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(Text10000().size()));
+}
+BENCHMARK(BM_FindRootEntries)->Unit(benchmark::kMillisecond);
+void BM_WholeSyntaxTree(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(pcfg::syntax::SyntaxTree(Text10000()).nodes().size());
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(Text10000().size()));
+}
+BENCHMARK(BM_WholeSyntaxTree)->Unit(benchmark::kMillisecond);
 
 void BM_BringUpOrder(benchmark::State& state) {
   const pcfg::Config config = pcfg::bench::MakeSyntheticConfig(static_cast<int>(state.range(0)), 1);

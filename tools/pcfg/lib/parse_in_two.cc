@@ -6,10 +6,11 @@
 #include <google/protobuf/text_format.h>
 #include <google/protobuf/util/json_util.h>
 
-#include <array>
 #include <system_error>
 #include <thread>
 #include <vector>
+
+#include "root_entries.h"
 
 namespace pcfg {
 namespace {
@@ -75,38 +76,13 @@ bool ParseTextQuietly(std::string_view text, Config* config) {
 }
 
 size_t TextCutPoint(std::string_view text, size_t hint) {
-  // Only these bytes change the scan's state; the others, most of the text, are passed over with
-  // one look-up each.
-  static constexpr std::array<bool, 256> kMatters = [] {
-    std::array<bool, 256> matters{};
-    for (unsigned char c : std::string_view("\"'#{}<>[]\\\n")) matters[c] = true;
-    return matters;
-  }();
-  int depth = 0;
-  char quote = 0;
-  bool comment = false;
-  for (size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (!kMatters[static_cast<unsigned char>(c)]) continue;
-    if (comment) {
-      comment = c != '\n';
-    } else if (quote != 0) {
-      if (c == '\\')
-        ++i;
-      else if (c == quote || c == '\n')
-        quote = 0;
-    } else if (c == '"' || c == '\'') {
-      quote = c;
-    } else if (c == '#') {
-      comment = true;
-    } else if (c == '{' || c == '<' || c == '[') {
-      ++depth;
-    } else if (c == '}' || c == '>' || c == ']') {
-      if (--depth < 0) return std::string_view::npos;  // not text the parser would take
-      if (depth == 0 && i + 1 >= hint && c != ']') return i + 1;
-    }
-  }
-  return std::string_view::npos;
+  size_t cut = std::string_view::npos;
+  const bool balanced = ScanRootMessages(text, [&](size_t, size_t end) {
+    if (end < hint) return true;
+    cut = end;
+    return false;
+  });
+  return balanced ? cut : std::string_view::npos;
 }
 
 namespace {
