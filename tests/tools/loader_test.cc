@@ -11,6 +11,7 @@
 
 #include "parse_in_two.h"
 #include "pcfg_test_support.h"
+#include "root_entries.h"
 
 namespace {
 
@@ -34,6 +35,47 @@ TEST(TextInTwo, CutsOnlyBetweenFieldsOfTheRoot) {
       {"} a { }", 0, none},
   };
   for (const Row& row : rows) EXPECT_EQ(pcfg::TextCutPoint(row.text, row.hint), row.cut) << row.text;
+}
+
+// The entries of a root of messages written alone: from the name to the closing bracket, or to
+// the separator after it; none at all where the root holds anything else.
+TEST(RootEntries, FindsMessagesWrittenAloneAndNothingElse) {
+  struct Row {
+    const char* text;
+    const char* name;
+    size_t index;
+    int begin, end, line;  // begin -1: none
+  };
+  const Row rows[] = {
+      {"a { } b { }", "b", 0, 6, 11, 1},
+      {"a { }\n\n  a: < >", "a", 1, 9, 15, 3},
+      {"a { } ; b { }", "a", 0, 0, 7, 1},
+      {"a { }\n# b {\n\tb { }", "b", 0, 13, 18, 3},
+      {"a { s: \"}\\\"\" t: '{' }\nb { }", "b", 0, 22, 27, 2},
+      {"# a { }\na { }", "a", 0, 8, 13, 2},
+      {"a { }\r\n, b { } # end", "b", 0, 9, 14, 2},
+      {"a { } b { }", "a", 1, -1, 0, 0},
+      {"a: [ { } ] b { }", "b", 0, -1, 0, 0},
+      {"a { } b: 1", "a", 0, -1, 0, 0},
+      {"a { } b", "a", 0, -1, 0, 0},
+      {"a { }, , b { }", "a", 0, -1, 0, 0},
+      {", a { }", "a", 0, -1, 0, 0},
+      {"[x] { } a { }", "a", 0, -1, 0, 0},
+      {"a { } } b { }", "a", 0, -1, 0, 0},
+  };
+  for (const Row& row : rows) {
+    const pcfg::RootEntries entries(row.text);
+    const pcfg::RootEntries::Entry* entry = entries.Find(row.name, row.index);
+    if (row.begin < 0) {
+      EXPECT_EQ(entry, nullptr) << row.text;
+      continue;
+    }
+    ASSERT_NE(entry, nullptr) << row.text;
+    EXPECT_EQ(std::make_tuple(entry->begin, entry->end, entry->line),
+              std::make_tuple(static_cast<uint32_t>(row.begin), static_cast<uint32_t>(row.end),
+                              static_cast<uint32_t>(row.line)))
+        << row.text;
+  }
 }
 
 // Two threads give what one parse gives, from text and from JSON (however short: cut at hint 0).
@@ -282,6 +324,96 @@ peripherals	{ id: "d" }
     EXPECT_EQ(std::make_tuple(at.line, at.column, at.end_line, at.end_column),
               std::make_tuple(row.line, row.column, row.end_line, row.end_column))
         << row.path.ToString();
+  }
+}
+
+// Every field and element a configuration holds, as paths.
+void AllPaths(const google::protobuf::Message& message, const pcfg::FieldPath& at,
+              std::vector<pcfg::FieldPath>* paths) {
+  const google::protobuf::Reflection* reflection = message.GetReflection();
+  std::vector<const google::protobuf::FieldDescriptor*> fields;
+  reflection->ListFields(message, &fields);
+  for (const google::protobuf::FieldDescriptor* field : fields) {
+    const bool is_message = field->cpp_type() == google::protobuf::FieldDescriptor::CPPTYPE_MESSAGE;
+    if (!field->is_repeated()) {
+      const pcfg::FieldPath path = at.Field(field->name());
+      paths->push_back(path);
+      if (is_message) AllPaths(reflection->GetMessage(message, field), path, paths);
+      continue;
+    }
+    for (int i = 0; i < reflection->FieldSize(message, field); ++i) {
+      const pcfg::FieldPath path = at.Element(field->name(), i);
+      paths->push_back(path);
+      if (is_message) AllPaths(reflection->GetRepeatedMessage(message, field, i), path, paths);
+    }
+  }
+}
+
+// Before the whole text's syntax tree is built, a field is located by a tree of the root entry
+// that holds it: at the very place the whole tree gives, whatever the layout around the entries.
+TEST(Text, LocatesInOneRootEntryWhereTheWholeTreeDoes) {
+  const std::string layouts =
+      "# a header { with } brackets \"and a quote\n"
+      "device_info: < device_name: HARDWARE_TREVIL3 soc_name: \"a}b\\\"{c\" >\n"
+      "peripherals { id: 'x{' }; peripherals: { id: \"y\" dependencies { peripheral_id: 'x{' } },\n"
+      "\tperipherals\t{\tid: \"t\"\tdependencies: [{ peripheral_id: \"y\" }, { peripheral_id: \"t\" }] }\n"
+      "peripherals {\n  id: \"multi\"\n  dependencies {\n    peripheral_id: \"y\"\n  }\n} # } closed\n"
+      "  ,\r\n"
+      "general_configs { cadmor_camera_version: 3 }\r\n"
+      "peripherals { id: \"last\" } # no line break after";
+  for (const std::string& text : {layouts, pcfg_test::ReadFile(pcfg_test::ExamplePath("headset.txtpb"))}) {
+    pcfg::LoadedConfig whole = pcfg_test::ParseText(text);
+    whole.Syntax();
+    std::vector<pcfg::FieldPath> paths;
+    AllPaths(whole.config, pcfg::FieldPath(), &paths);
+    ASSERT_GT(paths.size(), 20u);
+    for (const pcfg::FieldPath& path : paths) {
+      pcfg::LoadedConfig alone;  // locating reads the text alone: no parse needed
+      alone.format = pcfg::Format::kText;
+      alone.raw = text;
+      const pcfg::LoadedConfig::Location in_entry = alone.Locate(path), in_whole = whole.Locate(path);
+      EXPECT_FALSE(alone.SyntaxAtHand()) << path.ToString();
+      EXPECT_GT(in_entry.line, 0) << path.ToString();
+      EXPECT_EQ(std::tie(in_entry.line, in_entry.column, in_entry.end_line, in_entry.end_column,
+                         in_entry.text_offset, in_entry.text_length),
+                std::tie(in_whole.line, in_whole.column, in_whole.end_line, in_whole.end_column,
+                         in_whole.text_offset, in_whole.text_length))
+          << path.ToString();
+    }
+    // Trees of entries read, together, at most the whole text: past that, the whole tree answers.
+    pcfg::LoadedConfig shared;
+    shared.format = pcfg::Format::kText;
+    shared.raw = text;
+    for (const pcfg::FieldPath& path : paths)
+      EXPECT_EQ(shared.Locate(path).text_offset, whole.Locate(path).text_offset) << path.ToString();
+    EXPECT_TRUE(shared.SyntaxAtHand());
+  }
+}
+
+// Only a root of messages written alone is read without a tree; on any other, and for a field
+// it does not hold, the whole tree answers.
+TEST(Text, AsksTheWholeTreeWhereEntriesAreNotMessagesAlone) {
+  struct Row {
+    const char* text;
+    pcfg::FieldPath path;
+  };
+  const pcfg::FieldPath first = pcfg::FieldPath().Element("peripherals", 0);
+  const Row rows[] = {
+      {"peripherals: [{ id: \"a\" }]", first.Field("id")},
+      {"peripherals { id: \"a\" } camera_sets: []", first.Field("id")},
+      {"peripherals { id: \"a\" }", pcfg::FieldPath().Element("peripherals", 1)},
+      {"peripherals { id: \"a\" }", pcfg::FieldPath().Field("device_info")},
+  };
+  for (const Row& row : rows) {
+    const pcfg::LoadedConfig loaded = pcfg_test::ParseText(row.text);
+    const pcfg::LoadedConfig::Location at = loaded.Locate(row.path);
+    EXPECT_TRUE(loaded.SyntaxAtHand()) << row.text;
+    const pcfg::LoadedConfig whole = pcfg_test::ParseText(row.text);
+    whole.Syntax();
+    const pcfg::LoadedConfig::Location expected = whole.Locate(row.path);
+    EXPECT_EQ(std::tie(at.line, at.column, at.end_line, at.end_column),
+              std::tie(expected.line, expected.column, expected.end_line, expected.end_column))
+        << row.text;
   }
 }
 

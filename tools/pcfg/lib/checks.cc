@@ -219,6 +219,8 @@ void RunChecks(const LoadedConfig& loaded, const CheckOptions& options, const Di
       d.end_column = location.end_column;
       d.byte_offset = location.byte_offset;
       d.byte_length = location.byte_length;
+      d.text_offset = location.text_offset;
+      d.text_length = location.text_length;
       d.severity = options.werror ? Severity::kError : rule.severity;
       d.rule = rule.id;
       d.path = item.path.ToString();

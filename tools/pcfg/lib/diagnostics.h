@@ -22,6 +22,8 @@ struct Diagnostic {
   int end_column = 0;    // 1-based, just past the end
   int byte_offset = -1;  // binary input: where the field's record starts; -1 when unknown
   int byte_length = 0;
+  int text_offset = -1;  // text input: the bytes what the finding is about spans; -1 when unknown
+  int text_length = 0;
   Severity severity = Severity::kError;
   std::string rule;  // empty for load errors
   std::string path;  // field path, may be empty

@@ -5,6 +5,8 @@
 #include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/util/json_util.h>
 
+#include <algorithm>
+#include <chrono>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <tuple>
@@ -13,6 +15,7 @@
 #include "json_strict.h"
 #include "large_allocator.h"
 #include "parse_in_two.h"
+#include "root_entries.h"
 #include "walk.h"
 #include "wire_location.h"
 
@@ -279,6 +282,90 @@ LoadedConfig::LoadedConfig(LoadedConfig&& other) noexcept
       lines_(std::move(other.lines_)),
       wire_locations_(std::move(other.wire_locations_)) {}
 
+namespace {
+
+// Calls ADD(field, value) for the value of each field of message node MESSAGE of TREE, a list's
+// elements one by one: VALUE is the field node itself, or an element of its list.
+template <typename Add>
+void ForEachValue(const syntax::SyntaxTree& tree, int32_t message, Add add) {
+  for (const int32_t child : tree.ChildrenOf(tree.node(message))) {
+    const syntax::Node& field = tree.node(child);
+    const syntax::Node* value = tree.ValueOf(field);
+    if (value == nullptr) continue;
+    if (value->kind != syntax::NodeKind::kList) {
+      add(field, child);
+      continue;
+    }
+    for (const int32_t element : tree.ChildrenOf(*value)) add(field, element);
+  }
+}
+
+// The node of the deepest field that TREE holds of PATH's steps from FROM on, which start in
+// message node MESSAGE of TYPE; FOUND when it holds none. Each step is the INDEX-th value of the
+// field among those of that name in the message, as VALUES_NAMED(message, name) gives them (null
+// when none).
+template <typename ValuesNamed>
+int32_t FindFieldNode(const syntax::SyntaxTree& tree, const FieldPath& path, size_t from, int32_t message,
+                      const gp::Descriptor* type, int32_t found, ValuesNamed values_named) {
+  for (size_t s = from; s < path.steps().size(); ++s) {
+    const PathStep& step = path.steps()[s];
+    if (message < 0 || type == nullptr) break;
+    const gp::FieldDescriptor* field = type->FindFieldByName(std::string(step.field));
+    if (field == nullptr || field->is_repeated() != (step.index >= 0)) break;
+    const std::vector<int32_t>* values = values_named(message, field->name());
+    const size_t index = step.index < 0 ? 0 : static_cast<size_t>(step.index);
+    if (values == nullptr || index >= values->size()) break;
+    found = (*values)[index];
+    if (field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE) break;
+    const syntax::Node& node = tree.node(found);
+    const int32_t value = node.kind == syntax::NodeKind::kField ? tree.FirstChild(node) : found;
+    message = value >= 0 && tree.node(value).kind == syntax::NodeKind::kMessage ? value : -1;
+    type = field->message_type();
+  }
+  return found;
+}
+
+// The bytes of node NODE of TREE, whose text starts at byte BASE of the input.
+std::pair<uint32_t, uint32_t> NodeBytes(const syntax::SyntaxTree& tree, int32_t node, uint32_t base) {
+  const syntax::Node& at = tree.node(node);
+  return {base + tree.tokens()[at.first].begin, base + tree.tokens()[at.end - 1].end()};
+}
+
+// Bytes [BEGIN, END) of text as a location, POSITION(offset) giving line and tokenizer column.
+template <typename Position>
+LoadedConfig::Location TextLocation(uint32_t begin, uint32_t end, Position position) {
+  LoadedConfig::Location location;
+  std::tie(location.line, location.column) = position(begin);
+  std::tie(location.end_line, location.end_column) = position(end);
+  location.text_offset = static_cast<int>(begin);
+  location.text_length = static_cast<int>(end - begin);
+  return location;
+}
+
+// The 1-based column protobuf's tokenizer gives the byte after LINE, the start of a line: a tab
+// advances to the next multiple of 8.
+int TokenizerColumnAfter(std::string_view line) {
+  int column = 0;
+  for (const char c : line) column = c == '\t' ? column + 8 - column % 8 : column + 1;
+  return column + 1;
+}
+
+// The field node that TREE, without errors, holds alone at its root, spanning all of its tokens,
+// named NAME, with a message as its value (closed, a separator perhaps after it); -1 otherwise.
+int32_t OnlyMessageField(const syntax::SyntaxTree& tree, const std::string& name) {
+  if (tree.has_errors()) return -1;
+  const int32_t only = tree.FirstChild(tree.root());
+  if (only < 0 || tree.node(only).next_sibling >= 0) return -1;
+  const syntax::Node& field = tree.node(only);
+  const syntax::Node* value = tree.ValueOf(field);
+  if (value == nullptr || field.first != 0 || field.end != tree.tokens().size() ||
+      !tree.NameIs(field, name) || value->kind != syntax::NodeKind::kMessage || !value->closed)
+    return -1;
+  return only;
+}
+
+}  // namespace
+
 LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
   if (format == Format::kBinary) {
     if (!wire_locations_) wire_locations_ = std::make_unique<WireLocator>(Config::descriptor());
@@ -300,50 +387,67 @@ LoadedConfig::Location LoadedConfig::Locate(const FieldPath& path) const {
     return location;
   }
   if (format != Format::kText) return {};
-  // The syntax tree finds each step: the INDEX-th value of the field among the fields of that
-  // name in the enclosing message, a list's elements counted one by one. The place is the field
-  // (from its name to its value), or the element itself when it stands in a list.
+  if (!SyntaxAtHand())
+    if (const std::optional<Location> found = LocateInRootEntry(path)) return *found;
   const syntax::SyntaxTree& tree = Syntax();
-  const gp::Descriptor* type = Config::descriptor();
-  int32_t message = 0;  // the document
-  int32_t found = -1;
-  for (const PathStep& step : path.steps()) {
-    if (message < 0 || type == nullptr) break;
-    const gp::FieldDescriptor* field = type->FindFieldByName(std::string(step.field));
-    if (field == nullptr || field->is_repeated() != (step.index >= 0)) break;
-    const std::vector<int32_t>* values = ValuesNamed(message, field->name());
-    const size_t index = step.index < 0 ? 0 : static_cast<size_t>(step.index);
-    if (values == nullptr || index >= values->size()) break;
-    found = (*values)[index];
-    if (field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE) break;
-    const syntax::Node& node = tree.node(found);
-    const int32_t value = node.kind == syntax::NodeKind::kField ? tree.FirstChild(node) : found;
-    message = value >= 0 && tree.node(value).kind == syntax::NodeKind::kMessage ? value : -1;
-    type = field->message_type();
-  }
-  Location best;
-  if (found < 0) return best;
-  const syntax::Node& node = tree.node(found);
-  std::tie(best.line, best.column) = TokenizerPosition(tree.tokens()[node.first].begin);
-  std::tie(best.end_line, best.end_column) = TokenizerPosition(tree.tokens()[node.end - 1].end());
-  return best;
+  const int32_t found =
+      FindFieldNode(tree, path, 0, 0, Config::descriptor(), -1,
+                    [this](int32_t message, const std::string& name) { return ValuesNamed(message, name); });
+  if (found < 0) return {};
+  const auto [begin, end] = NodeBytes(tree, found, 0);
+  return TextLocation(begin, end, [this](uint32_t offset) { return TokenizerPosition(offset); });
+}
+
+bool LoadedConfig::SyntaxAtHand() const {
+  return syntax_ || (offered_syntax_.valid() &&
+                     offered_syntax_.wait_for(std::chrono::seconds(0)) == std::future_status::ready);
+}
+
+std::optional<LoadedConfig::Location> LoadedConfig::LocateInRootEntry(const FieldPath& path) const {
+  if (path.steps().empty()) return std::nullopt;
+  const PathStep& step = path.steps()[0];
+  const gp::FieldDescriptor* field = Config::descriptor()->FindFieldByName(std::string(step.field));
+  if (field == nullptr || field->is_repeated() != (step.index >= 0) ||
+      field->cpp_type() != gp::FieldDescriptor::CPPTYPE_MESSAGE)
+    return std::nullopt;
+  if (!root_entries_) root_entries_ = std::make_unique<RootEntries>(raw);
+  const RootEntries::Entry* entry = root_entries_->Find(field->name(), step.index < 0 ? 0 : step.index);
+  // Past a whole text's worth of entries read, the whole text's tree costs less.
+  if (entry == nullptr || bytes_read_in_entries_ + (entry->end - entry->begin) > raw.size())
+    return std::nullopt;
+  bytes_read_in_entries_ += entry->end - entry->begin;
+  const std::string_view text = std::string_view(raw).substr(entry->begin, entry->end - entry->begin);
+  const syntax::SyntaxTree tree(text);
+  const int32_t only = OnlyMessageField(tree, field->name());
+  if (only < 0) return std::nullopt;
+  std::vector<int32_t> values;
+  const int32_t found =
+      FindFieldNode(tree, path, 1, tree.FirstChild(tree.node(only)), field->message_type(), only,
+                    [&tree, &values](int32_t message, const std::string& name) {
+                      values.clear();
+                      ForEachValue(tree, message, [&](const syntax::Node& named, int32_t value) {
+                        if (tree.NameIs(named, name)) values.push_back(value);
+                      });
+                      return &values;
+                    });
+  const auto [begin, end] = NodeBytes(tree, found, entry->begin);
+  return TextLocation(begin, end, [this, entry](uint32_t offset) {
+    const std::string_view before = std::string_view(raw).substr(0, offset);
+    const size_t line_start = before.rfind('\n') + 1;  // 0 when there is none
+    bytes_read_in_entries_ += offset - line_start;
+    const auto breaks = std::count(raw.begin() + entry->begin, raw.begin() + offset, '\n');
+    return std::make_pair(static_cast<int>(entry->line + breaks),
+                          TokenizerColumnAfter(before.substr(line_start)));
+  });
 }
 
 const std::vector<int32_t>* LoadedConfig::ValuesNamed(int32_t message, const std::string& name) const {
   auto [by_name, fresh] = values_by_name_.try_emplace(message);
   if (fresh) {
     const syntax::SyntaxTree& tree = *syntax_;
-    for (const int32_t child : tree.ChildrenOf(tree.node(message))) {
-      const syntax::Node& field = tree.node(child);
-      const syntax::Node* value = tree.ValueOf(field);
-      if (value == nullptr) continue;
-      std::vector<int32_t>& values = by_name->second[tree.Name(field)];
-      if (value->kind != syntax::NodeKind::kList) {
-        values.push_back(child);
-        continue;
-      }
-      for (const int32_t element : tree.ChildrenOf(*value)) values.push_back(element);
-    }
+    ForEachValue(tree, message, [&tree, &by_name](const syntax::Node& named, int32_t value) {
+      by_name->second[tree.Name(named)].push_back(value);
+    });
   }
   const auto values = by_name->second.find(name);
   return values == by_name->second.end() ? nullptr : &values->second;
@@ -435,16 +539,8 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   const std::string_view text =
       std::string_view(raw).substr(entry_begin, static_cast<size_t>(entry_end - entry_begin));
   const syntax::SyntaxTree entry_tree(text);
-  if (entry_tree.has_errors()) return false;
-  const syntax::Node& root = entry_tree.root();
-  const int32_t only = entry_tree.FirstChild(root);
-  if (only < 0 || entry_tree.node(only).next_sibling >= 0) return false;
-  const syntax::Node& fresh = entry_tree.node(only);
-  const syntax::Node* fresh_value = entry_tree.ValueOf(fresh);
-  if (fresh_value == nullptr || fresh.first != 0 || fresh.end != entry_tree.tokens().size() ||
-      entry_tree.Name(fresh) != name || fresh_value->kind != syntax::NodeKind::kMessage ||
-      !fresh_value->closed || fresh_value->end != fresh.end)
-    return false;
+  const int32_t only = OnlyMessageField(entry_tree, name);
+  if (only < 0 || entry_tree.ValueOf(entry_tree.node(only))->end != entry_tree.node(only).end) return false;
 
   Config* read = gp::Arena::CreateMessage<Config>(arena_.get());
   if (!ParseTextQuietly(text, read)) return false;
@@ -464,6 +560,7 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   const syntax::SyntaxTree::Replaced moved = tree.ReplaceRootEntry(raw, entry, entry_tree);
   if (replaced != nullptr) *replaced = moved;
   values_by_name_.clear();
+  root_entries_.reset();
   if (arena_after_first_edit_ == 0) arena_after_first_edit_ = arena_->SpaceAllocated();
   return true;
 }

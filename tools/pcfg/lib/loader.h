@@ -22,6 +22,7 @@
 #include "file_io.h"
 #include "formats.h"
 #include "json_strict.h"
+#include "root_entries.h"
 #include "syntax_tree.h"
 #include "wire_location.h"
 
@@ -52,6 +53,8 @@ class LoadedConfig {
     int end_column = 0;
     int byte_offset = -1;  // binary: the record of the field; -1 when unknown
     int byte_length = 0;
+    int text_offset = -1;  // text: the bytes of the field or element; -1 when unknown
+    int text_length = 0;
   };
   // Where the input holds the deepest field of PATH that it names: line and column of text,
   // with the end of the field or element there; byte offset and length of binary; line and
@@ -61,6 +64,9 @@ class LoadedConfig {
 
   // The syntax tree of text input, built the first time it is asked for.
   const syntax::SyntaxTree& Syntax() const;
+  // Whether the syntax tree is built, or built elsewhere and offered. Until it is, Locate finds
+  // a place in the root entry that holds it by a tree of that entry alone, where it can.
+  bool SyntaxAtHand() const;
   // A tree of RAW built elsewhere (on another thread): whatever first needs the tree calls START,
   // which starts that work unless it has started, and waits for TREE rather than build its own.
   // It must be taken (Syntax()) while RAW is the text it reads.
@@ -81,6 +87,10 @@ class LoadedConfig {
   // list's elements one by one: each a field node, or an element of a list. Worked out once for
   // each message asked about.
   const std::vector<int32_t>* ValuesNamed(int32_t message, const std::string& name) const;
+  // Where text holds PATH, found in a tree of the root entry it starts in, alone: null when the
+  // text's root is not a list of messages written alone, or once such trees have read as many
+  // bytes as the whole text holds.
+  std::optional<Location> LocateInRootEntry(const FieldPath& path) const;
   // Line and column of byte OFFSET of text as protobuf's tokenizer counts them.
   std::pair<int, int> TokenizerPosition(uint32_t offset) const;
   // Takes the tree offered, once it is built, unless it reads other bytes than RAW.
@@ -89,6 +99,8 @@ class LoadedConfig {
   mutable std::future<std::unique_ptr<syntax::SyntaxTree>> offered_syntax_;
   mutable std::function<void()> start_offered_syntax_;
   mutable std::unordered_map<int32_t, std::unordered_map<std::string, std::vector<int32_t>>> values_by_name_;
+  mutable std::unique_ptr<RootEntries> root_entries_;
+  mutable uint64_t bytes_read_in_entries_ = 0;
   mutable std::unique_ptr<JsonLocations> json_locations_;
   mutable std::unique_ptr<LineIndex> lines_;
   mutable std::unique_ptr<WireLocator> wire_locations_;
