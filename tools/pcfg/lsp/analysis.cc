@@ -101,8 +101,12 @@ bool Analysis::Update(std::string& text, uint32_t begin, uint32_t old_end, uint3
 }
 
 std::pair<uint32_t, uint32_t> Analysis::Span(const Diagnostic& diagnostic) const {
-  const syntax::SyntaxTree& syntax = tree();
   if (diagnostic.line <= 0) return {0, 0};
+  // What a rule found is spanned already: its diagnostics need no tree to be published.
+  if (diagnostic.text_offset >= 0)
+    return {static_cast<uint32_t>(diagnostic.text_offset),
+            static_cast<uint32_t>(diagnostic.text_offset + diagnostic.text_length)};
+  const syntax::SyntaxTree& syntax = tree();
   const uint32_t begin = syntax.OffsetAtTokenizerColumn(diagnostic.line, std::max(diagnostic.column, 1));
   if (diagnostic.end_line > 0) {
     const uint32_t end = syntax.OffsetAtTokenizerColumn(diagnostic.end_line, diagnostic.end_column);

@@ -390,8 +390,9 @@ void Server::PublishPending() {
 Json Server::RelatedTo(const Analysis& analysis, const Document& document, const Diagnostic& diagnostic,
                        uint32_t begin, uint32_t end) const {
   Json related = Json::array();
-  const IdIndex& ids = analysis.ids();
+  // Only these two wait for the index of ids, which waits for the syntax tree.
   if (diagnostic.rule == "duplicate-id") {
+    const IdIndex& ids = analysis.ids();
     for (const IdOccurrence& o : ids.occurrences()) {
       if (!o.key || o.begin < begin || o.end > end) continue;
       for (const IdOccurrence* other : ids.All(o.space, o.id))
@@ -409,6 +410,7 @@ Json Server::RelatedTo(const Analysis& analysis, const Document& document, const
     std::string rest = diagnostic.message.substr(start + prefix.size());
     rest = rest.substr(0, rest.find(" ("));  // what follows the cycle is no id
     std::vector<std::string> seen;
+    const IdIndex& ids = analysis.ids();
     for (size_t at = 0; at <= rest.size();) {
       size_t next = rest.find(" -> ", at);
       if (next == std::string::npos) next = rest.size();
