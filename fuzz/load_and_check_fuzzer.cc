@@ -5,7 +5,8 @@
 // reads the raw wire data. Every rule stays within its cap, and the rule on unknown fields speaks
 // exactly when there are some. What pcfg prints holds up whatever the strings hold: each
 // diagnostic is one line without control characters, the show table has as many lines as it has
-// when every string is replaced by its hexadecimal spelling, and the JSON outputs parse.
+// when every string is replaced by its hexadecimal spelling, and the JSON outputs parse. Text
+// findings stand where the whole text's syntax tree puts them.
 #include <google/protobuf/message.h>
 
 #include <algorithm>
@@ -130,6 +131,27 @@ std::string Listing(const std::vector<Finding>& findings) {
   return text;
 }
 
+// Text: where each finding stands, found before the whole text's syntax tree is built (in the
+// tree of the root entry that holds it), is where the whole tree puts it.
+void LocatedAsByTheWholeTree(const pcfg::LoadedConfig& loaded, const pcfg::CheckOptions& options) {
+  pcfg::LoadedConfig whole;
+  if (!fuzz::Load(pcfg::Format::kText, loaded.raw, &whole)) fuzz::Fail("the text does not load again");
+  whole.Syntax();
+  const auto places = [&options](const pcfg::LoadedConfig& from) {
+    std::string listed;
+    for (const pcfg::Diagnostic& d : pcfg::RunChecks(from, options))
+      listed += d.rule + " " + d.path + " " + std::to_string(d.line) + ":" + std::to_string(d.column) + "-" +
+                std::to_string(d.end_line) + ":" + std::to_string(d.end_column) + " @" +
+                std::to_string(d.text_offset) + "+" + std::to_string(d.text_length) + "\n";
+    return listed;
+  };
+  pcfg::LoadedConfig first;
+  if (!fuzz::Load(pcfg::Format::kText, loaded.raw, &first)) fuzz::Fail("the text does not load again");
+  const std::string before = places(first), after = places(whole);
+  if (before != after)
+    fuzz::Fail("findings stand elsewhere than the whole tree puts them", before + "against\n" + after);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -141,6 +163,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   pcfg::CheckOptions options;
   options.max_per_rule = 1 + first / 3 % 4;  // small caps, so that they are reached
   const std::vector<Finding> findings = Findings(loaded, options);
+  if (loaded.format == pcfg::Format::kText) LocatedAsByTheWholeTree(loaded, options);
   if (pcfg::FindUnknownFields(loaded).empty() == fuzz::HasUnknownFields(loaded.config))
     fuzz::Fail("the unknown-field rule disagrees with the configuration");
   const std::string views = Views(loaded);

@@ -55,6 +55,7 @@ TEST(RootEntries, FindsMessagesWrittenAloneAndNothingElse) {
       {"# a { }\na { }", "a", 0, 8, 13, 2},
       {"a { }\r\n, b { } # end", "b", 0, 9, 14, 2},
       {"a { } b { }", "a", 1, -1, 0, 0},
+      {"a: [ { } ] b { }", "a", 0, -1, 0, 0},
       {"a: [ { } ] b { }", "b", 0, -1, 0, 0},
       {"a { } b: 1", "a", 0, -1, 0, 0},
       {"a { } b", "a", 0, -1, 0, 0},
