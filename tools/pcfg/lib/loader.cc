@@ -445,8 +445,9 @@ const std::vector<int32_t>* LoadedConfig::ValuesNamed(int32_t message, const std
   auto [by_name, fresh] = values_by_name_.try_emplace(message);
   if (fresh) {
     const syntax::SyntaxTree& tree = *syntax_;
-    ForEachValue(tree, message, [&tree, &by_name](const syntax::Node& named, int32_t value) {
-      by_name->second[tree.Name(named)].push_back(value);
+    auto& values = by_name->second;  // a structured binding, which a lambda may not capture
+    ForEachValue(tree, message, [&tree, &values](const syntax::Node& named, int32_t value) {
+      values[tree.Name(named)].push_back(value);
     });
   }
   const auto values = by_name->second.find(name);
