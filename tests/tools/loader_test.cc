@@ -368,12 +368,13 @@ TEST(Text, LocatesInOneRootEntryWhereTheWholeTreeDoes) {
     std::vector<pcfg::FieldPath> paths;
     AllPaths(whole.config, pcfg::FieldPath(), &paths);
     ASSERT_GT(paths.size(), 20u);
+    size_t placed_alone = 0;
     for (const pcfg::FieldPath& path : paths) {
       pcfg::LoadedConfig alone;  // locating reads the text alone: no parse needed
       alone.format = pcfg::Format::kText;
       alone.raw = text;
       const pcfg::LoadedConfig::Location in_entry = alone.Locate(path), in_whole = whole.Locate(path);
-      EXPECT_FALSE(alone.SyntaxAtHand()) << path.ToString();
+      placed_alone += !alone.SyntaxAtHand();
       EXPECT_GT(in_entry.line, 0) << path.ToString();
       EXPECT_EQ(std::tie(in_entry.line, in_entry.column, in_entry.end_line, in_entry.end_column,
                          in_entry.text_offset, in_entry.text_length),
@@ -381,6 +382,8 @@ TEST(Text, LocatesInOneRootEntryWhereTheWholeTreeDoes) {
                          in_whole.text_offset, in_whole.text_length))
           << path.ToString();
     }
+    // All but those in an entry of more than a quarter of the text (the example's first cameras).
+    EXPECT_GT(placed_alone, paths.size() / 2);
     // Trees of entries read, together, at most the whole text: past that, the whole tree answers.
     pcfg::LoadedConfig shared;
     shared.format = pcfg::Format::kText;

@@ -374,7 +374,7 @@ void ExpectSameAnalysis(const pcfg::lsp::Analysis& got, const pcfg::lsp::Analysi
   EXPECT_EQ(ids(got), ids(want));
 }
 
-TEST(Lsp, AFindingPlacedWhileTheTextIsParsedStartsTheTree) {
+TEST(Lsp, AFindingPlacedWhileTheTextIsParsedIsPublished) {
   // Invalid UTF-8 in a string is found, and placed, before the tree's thread would start.
   Session session;
   session.Open("peripherals { id: \"\xff\" type: PERIPHERAL_TYPE_IMU }\n");

@@ -412,10 +412,13 @@ std::optional<LoadedConfig::Location> LoadedConfig::LocateInRootEntry(const Fiel
     return std::nullopt;
   if (!root_entries_) root_entries_ = std::make_unique<RootEntries>(raw);
   const RootEntries::Entry* entry = root_entries_->Find(field->name(), step.index < 0 ? 0 : step.index);
-  // Past a whole text's worth of entries read, the whole text's tree costs less.
-  if (entry == nullptr || bytes_read_in_entries_ + (entry->end - entry->begin) > raw.size())
+  // Past a whole text's worth of entries read, the whole text's tree costs less; and an entry of
+  // more than a quarter of the text, read beside the whole tree, would cost near its time and
+  // memory again.
+  const uint64_t size = entry == nullptr ? 0 : entry->end - entry->begin;
+  if (entry == nullptr || size > raw.size() / 4 || bytes_read_in_entries_ + size > raw.size())
     return std::nullopt;
-  bytes_read_in_entries_ += entry->end - entry->begin;
+  bytes_read_in_entries_ += size;
   const std::string_view text = std::string_view(raw).substr(entry->begin, entry->end - entry->begin);
   const syntax::SyntaxTree tree(text);
   const int32_t only = OnlyMessageField(tree, field->name());
