@@ -132,7 +132,8 @@ std::string Listing(const std::vector<Finding>& findings) {
 }
 
 // Text: where each finding stands, found before the whole text's syntax tree is built (in the
-// tree of the root entry that holds it), is where the whole tree puts it.
+// tree of the root entry that holds it), is where the whole tree puts it. LOADED must not have
+// been checked yet: what its first check places is what is compared.
 void LocatedAsByTheWholeTree(const pcfg::LoadedConfig& loaded, const pcfg::CheckOptions& options) {
   pcfg::LoadedConfig whole;
   if (!fuzz::Load(pcfg::Format::kText, loaded.raw, &whole)) fuzz::Fail("the text does not load again");
@@ -145,9 +146,7 @@ void LocatedAsByTheWholeTree(const pcfg::LoadedConfig& loaded, const pcfg::Check
                 std::to_string(d.text_offset) + "+" + std::to_string(d.text_length) + "\n";
     return listed;
   };
-  pcfg::LoadedConfig first;
-  if (!fuzz::Load(pcfg::Format::kText, loaded.raw, &first)) fuzz::Fail("the text does not load again");
-  const std::string before = places(first), after = places(whole);
+  const std::string before = places(loaded), after = places(whole);
   if (before != after)
     fuzz::Fail("findings stand elsewhere than the whole tree puts them", before + "against\n" + after);
 }
@@ -162,8 +161,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   pcfg::CheckOptions options;
   options.max_per_rule = 1 + first / 3 % 4;  // small caps, so that they are reached
-  const std::vector<Finding> findings = Findings(loaded, options);
   if (loaded.format == pcfg::Format::kText) LocatedAsByTheWholeTree(loaded, options);
+  const std::vector<Finding> findings = Findings(loaded, options);
   if (pcfg::FindUnknownFields(loaded).empty() == fuzz::HasUnknownFields(loaded.config))
     fuzz::Fail("the unknown-field rule disagrees with the configuration");
   const std::string views = Views(loaded);

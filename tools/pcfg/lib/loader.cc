@@ -342,14 +342,6 @@ LoadedConfig::Location TextLocation(uint32_t begin, uint32_t end, Position posit
   return location;
 }
 
-// The 1-based column protobuf's tokenizer gives the byte after LINE, the start of a line: a tab
-// advances to the next multiple of 8.
-int TokenizerColumnAfter(std::string_view line) {
-  int column = 0;
-  for (const char c : line) column = c == '\t' ? column + 8 - column % 8 : column + 1;
-  return column + 1;
-}
-
 // The field node that TREE, without errors, holds alone at its root, spanning all of its tokens,
 // named NAME, with a message as its value (closed, a separator perhaps after it); -1 otherwise.
 int32_t OnlyMessageField(const syntax::SyntaxTree& tree, const std::string& name) {
@@ -419,7 +411,7 @@ std::optional<LoadedConfig::Location> LoadedConfig::LocateInRootEntry(const Fiel
   if (entry == nullptr || size > raw.size() / 4 || bytes_read_in_entries_ + size > raw.size())
     return std::nullopt;
   bytes_read_in_entries_ += size;
-  const std::string_view text = std::string_view(raw).substr(entry->begin, entry->end - entry->begin);
+  const std::string_view text = std::string_view(raw).substr(entry->begin, size);
   const syntax::SyntaxTree tree(text);
   const int32_t only = OnlyMessageField(tree, field->name());
   if (only < 0) return std::nullopt;
@@ -438,9 +430,8 @@ std::optional<LoadedConfig::Location> LoadedConfig::LocateInRootEntry(const Fiel
     const std::string_view before = std::string_view(raw).substr(0, offset);
     const size_t line_start = before.rfind('\n') + 1;  // 0 when there is none
     bytes_read_in_entries_ += offset - line_start;
-    const auto breaks = std::count(raw.begin() + entry->begin, raw.begin() + offset, '\n');
-    return std::make_pair(static_cast<int>(entry->line + breaks),
-                          TokenizerColumnAfter(before.substr(line_start)));
+    return std::make_pair(static_cast<int>(entry->line + CountLineBreaks(raw, entry->begin, offset)),
+                          syntax::TokenizerColumnAfter(before.substr(line_start)));
   });
 }
 

@@ -69,7 +69,8 @@ class StructuralBytes {
   unsigned found_ = 0;    // the bytes of it not yet taken
 };
 
-// The line breaks in TEXT[FROM, TO).
+}  // namespace
+
 uint32_t CountLineBreaks(std::string_view text, size_t from, size_t to) {
   uint32_t breaks = 0;
 #if defined(__SSE2__)
@@ -90,16 +91,14 @@ uint32_t CountLineBreaks(std::string_view text, size_t from, size_t to) {
   return breaks;
 }
 
-bool IsIdentifierStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
-bool IsIdentifierByte(char c) { return IsIdentifierStart(c) || (c >= '0' && c <= '9'); }
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+namespace {
 
 // Passes over blanks and comments from AT.
 size_t SkipTrivia(std::string_view text, size_t at, size_t end) {
   while (at < end) {
     if (text[at] == '#') {
       at = std::min(text.find('\n', at), end);
-    } else if (IsBlank(text[at])) {
+    } else if (syntax::IsSpace(text[at])) {
       ++at;
     } else {
       break;
@@ -154,8 +153,8 @@ RootEntries::RootEntries(std::string_view text) {
   const bool balanced = ScanRootMessages(text, [&](size_t open, size_t end) {
     size_t at = past_entry(open);
     const size_t name = at;
-    if (at < open && IsIdentifierStart(text[at]))
-      while (at < open && IsIdentifierByte(text[at])) ++at;
+    if (at < open && syntax::IsLetter(text[at]))
+      while (at < open && (syntax::IsLetter(text[at]) || syntax::IsDigit(text[at]))) ++at;
     const size_t name_end = at;
     at = SkipTrivia(text, at, open);
     if (at < open && text[at] == ':') at = SkipTrivia(text, at + 1, open);

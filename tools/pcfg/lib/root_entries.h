@@ -20,6 +20,9 @@ namespace pcfg {
 bool ScanRootMessages(std::string_view text,
                       const std::function<bool(size_t open, size_t end)>& at_root_close);
 
+// The line breaks in TEXT[FROM, TO), counted 16 bytes at a time where the processor can.
+uint32_t CountLineBreaks(std::string_view text, size_t from, size_t to);
+
 // The root's fields of a text in which each is a message written alone: a name, perhaps a ':',
 // then '{...}' or '<...>', with only blanks, comments and separators between fields. For other
 // text (a scalar or a list at the root, an extension's name, brackets that do not balance) it

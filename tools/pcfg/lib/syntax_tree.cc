@@ -4,13 +4,8 @@
 
 namespace pcfg::syntax {
 
-// Protobuf's tokenizer advances a tab to the next multiple of 8 columns.
-constexpr int kTabWidth = 8;
 namespace {
 
-bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f'; }
-bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 bool IsSymbol(char c) {
   switch (c) {
     case '{':
@@ -359,7 +354,7 @@ void SyntaxTree::IndexBytes(std::string_view source, uint32_t from, uint32_t to,
       tab_extra = 0;
     } else if (byte == '\t') {
       const int column = static_cast<int>(at - line_start) + tab_extra;  // the tokenizer's, 0-based
-      const int after = column + kTabWidth - column % kTabWidth;
+      const int after = ColumnAfterTab(column);
       tab_extra += after - column - 1;
       index->tabs.push_back(at);
       index->tab_columns.push_back(after);

@@ -100,6 +100,23 @@ class Children {
   int32_t first_;
 };
 
+// The bytes the tokenizer reads as blanks, and those that start and continue names.
+inline bool IsSpace(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
+}
+inline bool IsLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
+inline bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+// Protobuf's tokenizer advances a tab to the next multiple of 8 columns: the 0-based column after
+// a tab at 0-based COLUMN.
+constexpr int ColumnAfterTab(int column) { return column + 8 - column % 8; }
+// The 1-based column the tokenizer gives the byte after LINE, which starts at a line's start.
+inline int TokenizerColumnAfter(std::string_view line) {
+  int column = 0;
+  for (const char c : line) column = c == '\t' ? ColumnAfterTab(column) : column + 1;
+  return column + 1;
+}
+
 // Where the string whose opening quote is S[OPEN] ends: just past its closing quote (*CLOSED), or
 // at its line's end when it has none. A backslash escapes the byte after it, but not a line break.
 size_t StringEnd(std::string_view s, size_t open, bool* closed);
