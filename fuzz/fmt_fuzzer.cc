@@ -1,7 +1,8 @@
 // pcfg fmt: the canonical text of whatever loads (the first byte picks the input's form) loads
 // back equal, formatting it again changes nothing, and it holds no comment. On text input, the
 // comment finder that guards fmt -i agrees with protobuf's own tokenizer; the syntax tree gives
-// back every byte of any text; and for text that loads, the tree finds no error and the layout
+// back every byte of any text; and for text that loads, the tree finds no error, cuts it into the
+// tokenizer's tokens, one for one, and the layout
 // that keeps comments loads equal, holds the same comments and is its own layout. The comment
 // finder that needs no tree finds what the tree does; and text that the token proof says reads
 // as a loading text does loads equal to it.
@@ -40,8 +41,9 @@ bool LooksLikeHeader(const std::string& comment) {
   return comment.compare(start, 11, "proto-file:") == 0 || comment.compare(start, 14, "proto-message:") == 0;
 }
 
-// Every comment line of TEXT as the text format's tokenizer sees it, without its '#'.
-std::vector<std::string> TokenizerComments(std::string text) {
+// Every comment line of TEXT as the text format's tokenizer sees it, without its '#', and each
+// token it reads into TOKENS.
+std::vector<std::string> TokenizerComments(std::string text, std::vector<std::string>* tokens = nullptr) {
   // Each comment line then ends in a newline, even an empty one at the very end ("#").
   text += '\n';
   gp::io::ArrayInputStream stream(text.data(), static_cast<int>(text.size()));
@@ -61,6 +63,7 @@ std::vector<std::string> TokenizerComments(std::string text) {
     std::string trailing, leading;
     std::vector<std::string> detached;
     more = tokenizer.NextWithComments(&trailing, &detached, &leading);
+    if (more && tokens != nullptr) tokens->push_back(tokenizer.current().text);
     add(trailing);
     for (const std::string& block : detached) add(block);
     add(leading);
@@ -117,6 +120,11 @@ void CheckTokenProof(const pcfg::LoadedConfig& loaded, const pcfg::syntax::Synta
 void CheckLayout(const pcfg::LoadedConfig& loaded) {
   const pcfg::syntax::SyntaxTree tree(loaded.raw);
   if (tree.has_errors()) fuzz::Fail("the syntax tree finds errors in text that protobuf reads");
+  std::vector<std::string> tokens, tree_tokens;
+  TokenizerComments(loaded.raw, &tokens);
+  for (const pcfg::syntax::Token& token : tree.tokens())
+    if (!token.trivia()) tree_tokens.emplace_back(tree.Text(token));
+  if (tree_tokens != tokens) fuzz::Fail("the syntax tree's tokens are not the tokenizer's", loaded.raw);
   CheckTokenProof(loaded, tree);
   std::vector<size_t> root_lines;
   const std::string laid_out = pcfg::LayOutText(tree, &root_lines);

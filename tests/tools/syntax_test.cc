@@ -1,7 +1,5 @@
 // The lossless syntax tree of the text form and fmt's layout of it: every byte kept, errors that
 // leave the rest of the file readable, positions in bytes and UTF-16, and a table of layouts.
-#include <google/protobuf/io/tokenizer.h>
-#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -18,34 +16,6 @@ namespace {
 using pcfg::syntax::NodeKind;
 using pcfg::syntax::SyntaxTree;
 
-TEST(SyntaxTree, GivesBackEveryByteOfAnyInput) {
-  const std::string inputs[] = {
-      "",
-      "a: 1",
-      "a {",
-      "}",
-      "a: 'open string\nb: 2\n",
-      std::string("\xff\xfe\x00 a: 1", 7),
-      "a: [1, 2",
-      "[ext.name]: 1 [type.googleapis.com/x.Y] { }",
-      std::string(300, '{') + std::string(300, '}'),
-      "# only a comment",
-      "a { b: -inf c: 1e-5 d: 0x1F e: \"x\" 'y' } ; f < g: 1 >\r\n",
-      "a: - ; b: [ { } , 1 , ] ::: ",
-      pcfg_test::ReadFile(pcfg_test::ExamplePath("headset.txtpb")),
-  };
-  for (const std::string& input : inputs) {
-    const SyntaxTree tree(input);
-    EXPECT_EQ(tree.Print(), input);
-    size_t covered = 0;
-    for (const auto& token : tree.tokens()) {
-      EXPECT_EQ(token.begin, covered);
-      covered = token.end();
-    }
-    EXPECT_EQ(covered, input.size());
-  }
-}
-
 // A token holds at most 16 MiB: a longer run of blanks is read as several, and anything else that
 // long is an error, never a token cut short.
 TEST(SyntaxTree, TokensLongerThanATokenHolds) {
@@ -61,35 +31,6 @@ TEST(SyntaxTree, TokensLongerThanATokenHolds) {
   const SyntaxTree tree(text);
   EXPECT_TRUE(tree.has_errors());
   EXPECT_EQ(tree.Print(), text);
-}
-
-// The tree's scanner cuts text where protobuf's tokenizer (TextFormat's) does: the tokens that are
-// not blanks or comments are the tokenizer's, one for one, in every form a number, a name or a
-// string takes, and across every blank the tokenizer skips.
-TEST(SyntaxTree, TokensAreProtobufsTokens) {
-  const std::string inputs[] = {
-      "a: 1.5e+3 b: 2E-7 c: 0X1F d: 0x1e e: .5 f: 1.5f g: 7e5 h: -inf",
-      "a:\v1\fb:\r\n2\tc :3",
-      "s: 'it''s' t: \"a\\\"b\" u: \"\\\\\" v: '\xc3\xa9'",
-      "m < n: [1, 2] > l [{ x: y }, <x: z>]; q: X,",
-      "[ext.name] { } [type.googleapis.com/x.Y] { k: 1 }  # a comment\n",
-  };
-  for (const std::string& input : inputs) {
-    std::vector<std::string> tree_tokens, protobuf_tokens;
-    const SyntaxTree tree(input);
-    for (const pcfg::syntax::Token& token : tree.tokens())
-      if (!token.trivia()) tree_tokens.emplace_back(tree.Text(token));
-    google::protobuf::io::ArrayInputStream stream(input.data(), static_cast<int>(input.size()));
-    struct Quiet : google::protobuf::io::ErrorCollector {
-      void AddError(int, int, const std::string& message) override { ADD_FAILURE() << message; }
-    } errors;
-    google::protobuf::io::Tokenizer tokenizer(&stream, &errors);
-    tokenizer.set_allow_f_after_float(true);
-    tokenizer.set_comment_style(google::protobuf::io::Tokenizer::SH_COMMENT_STYLE);
-    while (tokenizer.Next()) protobuf_tokens.push_back(tokenizer.current().text);
-    EXPECT_FALSE(tree.has_errors()) << input;
-    EXPECT_EQ(tree_tokens, protobuf_tokens) << input;
-  }
 }
 
 TEST(SyntaxTree, ErrorsLeaveTheRestOfTheFileReadable) {
@@ -131,20 +72,6 @@ TEST(SyntaxTree, ErrorsLeaveTheRestOfTheFileReadable) {
       if (tree.node(child).kind == NodeKind::kField) fields.push_back(tree.Name(tree.node(child)));
     EXPECT_EQ(fields, row.root_fields) << row.text;
   }
-}
-
-TEST(SyntaxTree, PositionsInBytesAndUtf16CodeUnits) {
-  // "é" is two bytes and one UTF-16 unit; the emoji four bytes and two units; a tab one of each.
-  const std::string text = "a: \"\xc3\xa9\xf0\x9f\x98\x80\"\tb: 1\nc: 2";
-  const SyntaxTree tree(text);
-  const auto b = tree.Position(static_cast<uint32_t>(text.find('b')));
-  EXPECT_EQ(b.line, 1);
-  EXPECT_EQ(b.column, 13);
-  EXPECT_EQ(b.utf16_column, 10);
-  const auto c = tree.Position(static_cast<uint32_t>(text.find('c')));
-  EXPECT_EQ(c.line, 2);
-  EXPECT_EQ(c.column, 1);
-  EXPECT_EQ(c.utf16_column, 1);
 }
 
 TEST(SyntaxTree, TokenizerColumnsCountTabsToMultiplesOfEight) {
