@@ -2,8 +2,6 @@
 // threads, which must give exactly what one parse gives, or leave the parse to one thread.
 #include "loader.h"
 
-#include <google/protobuf/util/json_util.h>
-#include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -76,21 +74,6 @@ TEST(RootEntries, FindsMessagesWrittenAloneAndNothingElse) {
               std::make_tuple(static_cast<uint32_t>(row.begin), static_cast<uint32_t>(row.end),
                               static_cast<uint32_t>(row.line)))
         << row.text;
-  }
-}
-
-// Two threads give what one parse gives, from text and from JSON (however short: cut at hint 0).
-TEST(ParseInTwo, GivesWhatOneParseGives) {
-  for (const std::string& text :
-       {pcfg_test::ReadFile(pcfg_test::ExamplePath("headset.txtpb")), pcfg_test::ChainBackToFirst(1000)}) {
-    const pcfg::LoadedConfig one = pcfg_test::ParseText(text);
-    std::string json;
-    ASSERT_TRUE(google::protobuf::util::MessageToJsonString(one.config, &json).ok());
-    pcfg::LoadedConfig from_text, from_json;
-    ASSERT_TRUE(pcfg::ParseTextInTwo(text, &from_text.config, 0));
-    ASSERT_TRUE(pcfg::ParseJsonInTwo(json, &from_json.config, 0));
-    EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(one.config, from_text.config));
-    EXPECT_TRUE(google::protobuf::util::MessageDifferencer::Equals(one.config, from_json.config));
   }
 }
 
@@ -246,19 +229,6 @@ TEST(StrictJson, RefusesWhatOtherRuntimesRefuseAndSaysWhere) {
   }
 }
 
-// A large configuration whose later root keys are bare was once cut at the last quoted key, so
-// the entries after the cut landed in that key's list, with no error.
-TEST(StrictJson, NeverCutsWhatItCouldNotProve) {
-  std::string cameras;
-  for (int i = 0; i < 6000; ++i)
-    cameras += std::string(i ? ", " : "") + R"({"peripheralId": "cam)" + std::to_string(i) + "\"}";
-  const std::string lenient = "{\"physicalCameras\": [" + cameras + "],\nperipherals: [" + cameras + "]}";
-  ASSERT_GE(lenient.size(), pcfg::kSmallestInputWorthCutting);
-  EXPECT_EQ(LoadJson(lenient).second.rfind("2:1: invalid JSON: expected a member name", 0), 0u);
-  pcfg::LoadedConfig two;
-  EXPECT_FALSE(pcfg::ParseJsonInTwo(lenient, &two.config));
-}
-
 // Findings on JSON input stand where their field is: the key of a singular field, the value of
 // an element of a list.
 TEST(StrictJson, LocatesFields) {
@@ -391,33 +361,6 @@ TEST(Text, LocatesInOneRootEntryWhereTheWholeTreeDoes) {
     for (const pcfg::FieldPath& path : paths)
       EXPECT_EQ(shared.Locate(path).text_offset, whole.Locate(path).text_offset) << path.ToString();
     EXPECT_TRUE(shared.SyntaxAtHand());
-  }
-}
-
-// Only a root of messages written alone is read without a tree; on any other, and for a field
-// it does not hold, the whole tree answers.
-TEST(Text, AsksTheWholeTreeWhereEntriesAreNotMessagesAlone) {
-  struct Row {
-    const char* text;
-    pcfg::FieldPath path;
-  };
-  const pcfg::FieldPath first = pcfg::FieldPath().Element("peripherals", 0);
-  const Row rows[] = {
-      {"peripherals: [{ id: \"a\" }]", first.Field("id")},
-      {"peripherals { id: \"a\" } camera_sets: []", first.Field("id")},
-      {"peripherals { id: \"a\" }", pcfg::FieldPath().Element("peripherals", 1)},
-      {"peripherals { id: \"a\" }", pcfg::FieldPath().Field("device_info")},
-  };
-  for (const Row& row : rows) {
-    const pcfg::LoadedConfig loaded = pcfg_test::ParseText(row.text);
-    const pcfg::LoadedConfig::Location at = loaded.Locate(row.path);
-    EXPECT_TRUE(loaded.SyntaxAtHand()) << row.text;
-    const pcfg::LoadedConfig whole = pcfg_test::ParseText(row.text);
-    whole.Syntax();
-    const pcfg::LoadedConfig::Location expected = whole.Locate(row.path);
-    EXPECT_EQ(std::tie(at.line, at.column, at.end_line, at.end_column),
-              std::tie(expected.line, expected.column, expected.end_line, expected.end_column))
-        << row.text;
   }
 }
 
