@@ -1,6 +1,5 @@
 // pcfg as a user runs it: help, exit statuses, diagnostics, forms and their names, round trips
 // and the outputs a run writes or leaves alone.
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -35,17 +34,6 @@ physical_cameras {
 }
 system_options { type: PERIPHERAL_SYSTEM_TYPE_CAMERA_QC_CAMX options_qc_camx {} }
 )";
-
-// Temporary files of an atomic write carry ".pcfg-" in their names.
-int TemporaryFilesIn(const std::string& dir) {
-  int count = 0;
-  if (DIR* d = opendir(dir.c_str())) {
-    while (dirent* entry = readdir(d))
-      count += std::string(entry->d_name).find(".pcfg-") != std::string::npos;
-    closedir(d);
-  }
-  return count;
-}
 
 TEST(Cli, HelpAndVersionOnEveryCommand) {
   for (const char* command : {"compile", "decode", "check", "diff", "fmt", "show", "graph"}) {
@@ -226,7 +214,7 @@ TEST(Cli, FailedRunsLeaveOutputsAlone) {
   EXPECT_EQ(Pcfg({"compile", error, "-o", target}).status, 1);
   EXPECT_EQ(Pcfg({"compile", Written("unparsable.txtpb", "peripherals {"), "-o", target}).status, 2);
   EXPECT_EQ(ReadFile(target), "precious");
-  EXPECT_EQ(TemporaryFilesIn(pcfg_test::ScratchDir()), 0) << "no temporary file is left behind";
+  EXPECT_EQ(pcfg_test::TemporaryFilesIn(pcfg_test::ScratchDir()), 0) << "no temporary file is left behind";
 
   EXPECT_EQ(Pcfg({"compile", "--no-check", error, "-o", target}).status, 0);
   EXPECT_NE(ReadFile(target), "precious");

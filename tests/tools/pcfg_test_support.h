@@ -2,6 +2,7 @@
 // user does, with its exit status and both output streams.
 #pragma once
 
+#include <dirent.h>
 #include <sys/wait.h>
 
 #include <cstdio>
@@ -93,6 +94,17 @@ inline Run Shell(const std::string& command) {
 // Runs pcfg with ARGS and STDIN_TEXT on its standard input.
 inline Run Pcfg(const std::vector<std::string>& args, const std::string& stdin_text = "") {
   return Shell(PcfgCommandLine(args) + " <" + Quote(Written("stdin", stdin_text)));
+}
+
+// Temporary files of an atomic write carry ".pcfg-" in their names.
+inline int TemporaryFilesIn(const std::string& dir) {
+  int count = 0;
+  if (DIR* d = ::opendir(dir.c_str())) {
+    while (dirent* entry = ::readdir(d))
+      count += std::string(entry->d_name).find(".pcfg-") != std::string::npos;
+    ::closedir(d);
+  }
+  return count;
 }
 
 // COUNT peripherals p0 -> p1 -> ... -> p(COUNT-1), each also depending on p0: one group of
