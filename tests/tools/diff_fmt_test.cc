@@ -380,58 +380,38 @@ TEST(Fmt, InPlaceRewritesOnlyWhatItMayAndMust) {
   struct Row {
     const char* what;
     std::string content;
-    std::vector<std::string> extra;
+    const char* extra;  // another option, if any
     int status;
     std::string result;  // the file afterwards
     std::string message;
   };
   const std::string quoted_hashes = "device_info { soc_name: \"a#b\" } # no\n";
   const Row rows[] = {
-      {"rewritten", kMessy, {}, 0, canonical, ": formatted"},
-      {"header lines are no comments", kHeader + std::string(kMessy), {}, 0, canonical, ": formatted"},
-      {"comment line refused",
-       std::string(kMessy) + "\n# keep me\n",
-       {},
-       2,
-       std::string(kMessy) + "\n# keep me\n",
-       ":5: error: has comments"},
-      {"trailing comment refused", quoted_hashes, {}, 2, quoted_hashes, ":1: error: has comments"},
+      {"rewritten", kMessy, "", 0, canonical, ": formatted"},
+      {"header lines are no comments", kHeader + std::string(kMessy), "", 0, canonical, ": formatted"},
+      {"comment line refused", std::string(kMessy) + "\n# keep me\n", "", 2,
+       std::string(kMessy) + "\n# keep me\n", ":5: error: has comments"},
+      {"trailing comment refused", quoted_hashes, "", 2, quoted_hashes, ":1: error: has comments"},
       {"a header line in the body is a comment",
-       std::string(kMessy) + "# proto-file: a note that looks like the header\n",
-       {},
-       2,
-       std::string(kMessy) + "# proto-file: a note that looks like the header\n",
-       ":4: error: has comments"},
+       std::string(kMessy) + "# proto-file: a note that looks like the header\n", "", 2,
+       std::string(kMessy) + "# proto-file: a note that looks like the header\n", ":4: error: has comments"},
       {"the header ends where the body starts, quoted or not",
-       "device_info { device_name: HARDWARE_TREVIL3 }\n# proto-file: a note that looks like the header\n",
-       {},
-       2,
-       "device_info { device_name: HARDWARE_TREVIL3 }\n# proto-file: a note that looks like the header\n",
+       "device_info { device_name: HARDWARE_TREVIL3 }\n# proto-file: a note that looks like the header\n", "",
+       2, "device_info { device_name: HARDWARE_TREVIL3 }\n# proto-file: a note that looks like the header\n",
        ":2: error: has comments"},
-      {"# inside strings is no comment",
-       "device_info { soc_name: \"a#b\" }\nperipherals { id: 'x\\'#' }\n",
-       {},
-       0,
-       kHeader + "device_info {\n  soc_name: \"a#b\"\n}\nperipherals {\n  id: \"x\\'#\"\n}\n",
+      {"# inside strings is no comment", "device_info { soc_name: \"a#b\" }\nperipherals { id: 'x\\'#' }\n",
+       "", 0, kHeader + "device_info {\n  soc_name: \"a#b\"\n}\nperipherals {\n  id: \"x\\'#\"\n}\n",
        ": formatted"},
-      {"--drop-comments proceeds",
-       std::string(kMessy) + "# gone\n",
-       {"--drop-comments"},
-       0,
-       canonical,
+      {"--drop-comments proceeds", std::string(kMessy) + "# gone\n", "--drop-comments", 0, canonical,
        ": formatted"},
-      {"binary refused",
-       "\x52\x03\x0a\x01x",
-       {"--from", "binary"},
-       2,
-       "\x52\x03\x0a\x01x",
+      {"binary refused", "\x52\x03\x0a\x01x", "--from=binary", 2, "\x52\x03\x0a\x01x",
        ": error: read as binary"},
   };
   int n = 0;
   for (const Row& row : rows) {
     const std::string file = Written("inplace" + std::to_string(n++) + ".txtpb", row.content);
     std::vector<std::string> args = {"fmt", "--canonical", "-i", file};
-    args.insert(args.end(), row.extra.begin(), row.extra.end());
+    if (*row.extra != '\0') args.push_back(row.extra);
     const auto run = Pcfg(args);
     EXPECT_EQ(run.status, row.status) << row.what << "\n" << run.err;
     EXPECT_EQ(ReadFile(file), row.result) << row.what;
