@@ -1,8 +1,10 @@
 // The language server against what an editor, or anything posing as one, may send: a raw stream
 // of frames and bodies, or a document edited at random places with every kind of request between
 // the edits. Properties: nothing crashes or hangs; every request is answered exactly once; the
-// text the server holds is the text a plain model of the same edits holds; and a message read
-// with its document's text decoded apart is the message nlohmann's parser reads.
+// text the server holds is the text a plain model of the same edits holds; a document lent once
+// keeps one edit that spans every change since, and positions that are those of its text read
+// afresh; and a message read with its document's text decoded apart is the message nlohmann's
+// parser reads.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -12,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "document.h"
 #include "fuzz_support.h"
 #include "message_json.h"
 #include "server.h"
@@ -77,6 +80,26 @@ Json Fresh(const Json& publication) {
   return diagnostics;
 }
 
+// DOCUMENT, lent as LENT and changed since: the bytes before its edit's start and after its ends
+// are LENT's, and its positions are those of its text read afresh.
+void CheckEditSinceLent(const pcfg::lsp::Document& document, const std::string& lent) {
+  const std::string& text = document.text();
+  const auto edit = document.edit_since_lent();
+  if (!edit || edit->begin > std::min(edit->old_end, edit->new_end) || edit->old_end > lent.size() ||
+      lent.size() - edit->old_end != text.size() - edit->new_end ||
+      lent.compare(0, edit->begin, text, 0, edit->begin) != 0 ||
+      lent.compare(edit->old_end, std::string::npos, text, edit->new_end, std::string::npos) != 0)
+    fuzz::Fail("the edit since the text was lent does not span the changes", text);
+  const pcfg::lsp::Document fresh(kUri, text, 1);
+  for (uint32_t at = 0; at <= text.size(); ++at)
+    for (const auto encoding : {pcfg::lsp::PositionEncoding::kUtf16, pcfg::lsp::PositionEncoding::kUtf8}) {
+      const pcfg::lsp::Position got = document.PositionOf(at, encoding),
+                                want = fresh.PositionOf(at, encoding);
+      if (got.line != want.line || got.character != want.character)
+        fuzz::Fail("positions after the edits are not those of the text read afresh", text);
+    }
+}
+
 void EditedDocument(fuzz::Bytes& input, bool utf8) {
   std::vector<Json> sent;
   Json last_published;
@@ -106,6 +129,9 @@ void EditedDocument(fuzz::Bytes& input, bool utf8) {
        {"method", "textDocument/didOpen"},
        {"params",
         {{"textDocument", {{"uri", kUri}, {"languageId", "textproto"}, {"version", 1}, {"text", model}}}}}});
+  pcfg::lsp::Document document(kUri, model, 1);
+  const std::string lent = document.Lend();
+  document.Reclaim(lent);
   static const char* const kRequests[] = {"textDocument/hover",           "textDocument/definition",
                                           "textDocument/references",      "textDocument/documentHighlight",
                                           "textDocument/completion",      "textDocument/prepareRename",
@@ -127,6 +153,9 @@ void EditedDocument(fuzz::Bytes& input, bool utf8) {
                      {"params",
                       {{"textDocument", {{"uri", kUri}, {"version", ++version}}},
                        {"contentChanges", Json::array({{{"range", range}, {"text", text}}})}}}});
+      if (document.Change(pcfg::lsp::Range{{line, character}, {line, end_character}}, text,
+                          utf8 ? pcfg::lsp::PositionEncoding::kUtf8 : pcfg::lsp::PositionEncoding::kUtf16))
+        CheckEditSinceLent(document, lent);
       if (utf8) {
         const size_t begin = ModelOffset(model, line, character),
                      end = ModelOffset(model, line, end_character);
@@ -142,10 +171,11 @@ void EditedDocument(fuzz::Bytes& input, bool utf8) {
     params["context"] = {{"includeDeclaration", true}, {"diagnostics", Json::array()}};
     request(method, params);
   }
+  const std::string* held = server.TextOf(kUri);
+  if (held == nullptr || *held != document.text())
+    fuzz::Fail("the server's text differs from a document's given the same edits", document.text());
   if (utf8) {
-    const std::string* held = server.TextOf(kUri);
-    if (held == nullptr || *held != model)
-      fuzz::Fail("the server's text differs from the edits' text", model);
+    if (*held != model) fuzz::Fail("the server's text differs from the edits' text", model);
     // What the edits led to, entries read alone on the way, is what reading the text afresh finds
     // (but for the findings a text that does not parse keeps from the last that did).
     server.PublishPending();
