@@ -1,5 +1,6 @@
-// What the loader does beyond protobuf's parsers: cutting large text and JSON in two for two
-// threads, which must give exactly what one parse gives, or leave the parse to one thread.
+// What the loader does beyond protobuf's parsers: where it cuts large text and JSON in two for
+// two threads, or leaves the parse to one thread; and where findings stand in text, JSON and
+// binary input. That two threads give what one parse gives is the text and json fuzz targets'.
 #include "loader.h"
 
 #include <gtest/gtest.h>

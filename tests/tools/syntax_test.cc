@@ -1,5 +1,6 @@
-// The lossless syntax tree of the text form and fmt's layout of it: every byte kept, errors that
-// leave the rest of the file readable, positions in bytes and UTF-16, and a table of layouts.
+// The lossless syntax tree of the text form and fmt's layout of it: tokens no token can hold,
+// errors that leave the rest of the file readable, tokenizer columns, and a table of layouts. That
+// the tree keeps every byte and cuts protobuf's tokens is the fmt fuzz target's to hold.
 #include <gtest/gtest.h>
 
 #include <string>
