@@ -114,8 +114,6 @@ TEST(Cli, StatusAndWhatARunSays) {
       // show and graph
       {{"show", broken}, 2, "broken.txtpb:1:"},
       {{"graph", broken}, 2, "broken.txtpb:1:"},
-      {{"show"}, 2, ""},
-      {{"graph"}, 2, ""},
       {{"show", clean, "--format", "yaml"}, 2, ""},
       // commands and help
       {{}, 2, ""},

@@ -282,22 +282,18 @@ const char kMessy[] =
     "physical_cameras { model: CAMERA_MODEL_VELMIR peripheral_id: \"cam\" }\n"
     "peripherals {type:1   id:\"cam\"}\ndevice_info{soc_name:'sm8550' device_name:HARDWARE_TREVIL3}\n";
 
-TEST(Fmt, PrintsTheCanonicalFormIdempotently) {
+TEST(Fmt, PrintsTheCanonicalForm) {
   const auto first = Pcfg({"fmt", "--canonical", Written("messy.txtpb", kMessy)});
   ASSERT_EQ(first.status, 0) << first.err;
   EXPECT_EQ(first.out, kHeader +
                            "device_info {\n  device_name: HARDWARE_TREVIL3\n  soc_name: \"sm8550\"\n}\n"
                            "peripherals {\n  id: \"cam\"\n  type: PERIPHERAL_TYPE_CAMERA\n}\n"
                            "physical_cameras {\n  peripheral_id: \"cam\"\n  model: CAMERA_MODEL_OV7251\n}\n");
-  const auto second = Pcfg({"fmt", "--canonical", Written("once.txtpb", first.out)});
-  EXPECT_EQ(second.out, first.out);
-  EXPECT_EQ(Pcfg({"fmt", "--canonical", "--check", Scratch("once.txtpb")}).status, 0);
-
-  // The same configuration in the other forms prints the same text.
+  // Binary input has no layout to keep: it prints as canonical. (That the canonical text formats to
+  // itself and loads equal is the fmt fuzz target's to hold.)
   const pcfg::Config config = ParseText(kMessy).config;
-  const std::string binary = Written("messy.binpb", pcfg_test::Serialized(config, pcfg::Format::kBinary));
-  EXPECT_EQ(Pcfg({"fmt", binary}).out, first.out);
-  EXPECT_EQ(Pcfg({"fmt", "--canonical", "-"}, kMessy).out, first.out);
+  EXPECT_EQ(Pcfg({"fmt", Written("messy.binpb", pcfg_test::Serialized(config, pcfg::Format::kBinary))}).out,
+            first.out);
 }
 
 TEST(Fmt, CheckListsFilesNotFormatted) {

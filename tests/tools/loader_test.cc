@@ -265,40 +265,6 @@ TEST(StrictJson, LocatesFields) {
   }
 }
 
-// Findings on text input stand where their field is, from its name to its value, or on the
-// element itself in a list; a list's elements count one by one among the fields of its name.
-TEST(Text, LocatesFields) {
-  pcfg::LoadedConfig loaded;
-  std::vector<pcfg::Diagnostic> diagnostics;
-  ASSERT_TRUE(pcfg::ParseConfig("x.txtpb", pcfg::Format::kText, R"(device_info { soc_name: "x" }
-peripherals { id: "a" }
-peripherals [{ id: "b" dependencies: [{ peripheral_id: "a" }, { peripheral_id: "c" }] }, { id: "z" }]
-peripherals	{ id: "d" }
-)",
-                                &loaded, &diagnostics));
-  struct Row {
-    pcfg::FieldPath path;
-    int line, column, end_line, end_column;
-  };
-  const pcfg::FieldPath b = pcfg::FieldPath().Element("peripherals", 1);
-  const Row rows[] = {
-      {pcfg::FieldPath().Field("device_info").Field("soc_name"), 1, 15, 1, 28},
-      {pcfg::FieldPath().Element("peripherals", 0), 2, 1, 2, 24},
-      {b, 3, 14, 3, 88},
-      {b.Element("dependencies", 1).Field("peripheral_id"), 3, 65, 3, 83},
-      {pcfg::FieldPath().Element("peripherals", 2), 3, 90, 3, 101},
-      {pcfg::FieldPath().Element("peripherals", 3).Field("id"), 4, 19, 4, 26},  // after a tab
-      {pcfg::FieldPath().Element("peripherals", 4), 0, 0, 0, 0},                // no such element
-      {pcfg::FieldPath().Field("general_configs"), 0, 0, 0, 0},                 // not in the input
-  };
-  for (const Row& row : rows) {
-    const pcfg::LoadedConfig::Location at = loaded.Locate(row.path);
-    EXPECT_EQ(std::make_tuple(at.line, at.column, at.end_line, at.end_column),
-              std::make_tuple(row.line, row.column, row.end_line, row.end_column))
-        << row.path.ToString();
-  }
-}
-
 // Every field and element a configuration holds, as paths.
 void AllPaths(const google::protobuf::Message& message, const pcfg::FieldPath& at,
               std::vector<pcfg::FieldPath>* paths) {
