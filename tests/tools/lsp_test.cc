@@ -575,9 +575,8 @@ TEST(Lsp, RequestsOnADocumentNotOpenFindNothing) {
   EXPECT_EQ(*session.server().TextOf(kUri), kText);
 }
 
-TEST(Lsp, SymbolsHoverAndCompletionFromTheSchema) {
+TEST(Lsp, SymbolsAndCompletionFromTheSchema) {
   Session session(J(R"({"textDocument": {"documentSymbol": {"hierarchicalDocumentSymbolSupport": true},
-                                          "hover": {"contentFormat": ["markdown"]},
                                           "completion": {"completionItem": {"snippetSupport": true}}}})"));
   session.Open(kText);
   const Json symbols = session.OnDocument("textDocument/documentSymbol")["result"];
