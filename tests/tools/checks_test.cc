@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <set>
 #include <string>
 
@@ -36,9 +35,10 @@ std::vector<Diagnostic> Notes(const std::vector<Diagnostic>& diagnostics) {
 
 struct RuleCase {
   const char* rule;
-  const char* failing;
-  const char* passing;
+  std::string failing, passing;
 };
+
+const std::string kCam = "peripherals { id: \"cam\" type: PERIPHERAL_TYPE_CAMERA }\n";
 
 // Small, otherwise clean configurations: each failing text breaks exactly one rule.
 const RuleCase kRuleCases[] = {
@@ -52,8 +52,7 @@ const RuleCase kRuleCases[] = {
         peripherals { id: "imu" type: PERIPHERAL_TYPE_IMU dependencies { peripheral_id: "fpga" } })"},
     {"reference-kind", R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_IMU }
                           physical_cameras { peripheral_id: "cam" cadmor {} })",
-     R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-        physical_cameras { peripheral_id: "cam" cadmor {} })"},
+     kCam + R"(physical_cameras { peripheral_id: "cam" cadmor {} })"},
     {"dependency-cycle",
      R"(peripherals { id: "a" type: PERIPHERAL_TYPE_FPGA dependencies { peripheral_id: "a" } })",
      R"(peripherals { id: "a" type: PERIPHERAL_TYPE_FPGA })"},
@@ -68,37 +67,30 @@ const RuleCase kRuleCases[] = {
      R"(peripherals { id: "imu" type: PERIPHERAL_TYPE_IMU system_type: PERIPHERAL_SYSTEM_TYPE_CADMOR }
         system_options { type: PERIPHERAL_SYSTEM_TYPE_CADMOR })"},
     {"missing-entry", R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA })",
-     R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-        physical_cameras { peripheral_id: "cam" camx {} })"},
-    {"membership-mismatch", R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-                               peripherals { id: "set" type: PERIPHERAL_TYPE_CAMERASET }
+     kCam + R"(physical_cameras { peripheral_id: "cam" camx {} })"},
+    {"membership-mismatch", kCam + R"(peripherals { id: "set" type: PERIPHERAL_TYPE_CAMERASET }
                                physical_cameras { peripheral_id: "cam" cadmor {} }
                                camera_sets { peripheral_id: "set" camera_peripheral_ids: "cam" })",
-     R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-        peripherals { id: "set" type: PERIPHERAL_TYPE_CAMERASET }
+     kCam + R"(peripherals { id: "set" type: PERIPHERAL_TYPE_CAMERASET }
         physical_cameras { peripheral_id: "cam" cadmor {} cameraset_peripheral_ids: "set" cadmor_camera_set_id: 2 }
         camera_sets { peripheral_id: "set" camera_peripheral_ids: "cam" cadmor { camera_set_id: 2 } })"},
-    {"no-driver", R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-                     physical_cameras { peripheral_id: "cam" })",
-     R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-        physical_cameras { peripheral_id: "cam" camx {} })"},
-    {"template-reference", R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-                              physical_cameras { peripheral_id: "cam" template_id: "base" cadmor {} })",
-     R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-        physical_cameras { peripheral_id: "base" is_template: true }
+    {"no-driver", kCam + R"(physical_cameras { peripheral_id: "cam" })",
+     kCam + R"(physical_cameras { peripheral_id: "cam" camx {} })"},
+    {"template-reference",
+     kCam + R"(physical_cameras { peripheral_id: "cam" template_id: "base" cadmor {} })",
+     kCam + R"(physical_cameras { peripheral_id: "base" is_template: true }
         physical_cameras { peripheral_id: "cam" template_id: "base" cadmor {} })"},
-    {"index-range", R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-                       peripherals { id: "log" type: PERIPHERAL_TYPE_LOGICAL_CAMERA }
+    {"index-range", kCam + R"(peripherals { id: "log" type: PERIPHERAL_TYPE_LOGICAL_CAMERA }
                        physical_cameras { peripheral_id: "cam" camx {} }
                        logical_cameras { peripheral_id: "log" camera_peripheral_ids: "cam" camx { primary_camera_index: 1 } })",
-     R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-        peripherals { id: "log" type: PERIPHERAL_TYPE_LOGICAL_CAMERA }
+     kCam + R"(peripherals { id: "log" type: PERIPHERAL_TYPE_LOGICAL_CAMERA }
         physical_cameras { peripheral_id: "cam" camx {} }
         logical_cameras { peripheral_id: "log" camera_peripheral_ids: "cam" camx { primary_camera_index: 0 } })"},
-    {"bad-hex", R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-                   physical_cameras { peripheral_id: "cam" cadmor { i2c { sequences { registers { address_hex: "0x" } } } } })",
-     R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-        physical_cameras { peripheral_id: "cam" cadmor { i2c { sequences { registers { address_hex: "0X30aF" } } } } })"},
+    {"bad-hex",
+     kCam +
+         R"(physical_cameras { peripheral_id: "cam" cadmor { i2c { sequences { registers { address_hex: "0x" } } } } })",
+     kCam +
+         R"(physical_cameras { peripheral_id: "cam" cadmor { i2c { sequences { registers { address_hex: "0X30aF" } } } } })"},
     {"undeclared-enum", R"(peripherals { id: "imu" type: 57 })", R"(peripherals { id: "imu" type: 200 })"},
     {"unused-suppression", R"(# pcfg: ignore duplicate-id -- left from an older revision
                               peripherals { id: "imu" type: PERIPHERAL_TYPE_IMU })",
@@ -108,19 +100,18 @@ const RuleCase kRuleCases[] = {
     {"missing-options",
      R"(peripherals { id: "imu" type: PERIPHERAL_TYPE_IMU system_type: PERIPHERAL_SYSTEM_TYPE_CADMOR })",
      R"(peripherals { id: "gen" type: PERIPHERAL_TYPE_GENERIC system_type: PERIPHERAL_SYSTEM_TYPE_GENERIC })"},
-    {"membership-mismatch", R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-                               peripherals { id: "set" type: PERIPHERAL_TYPE_CAMERASET }
+    {"membership-mismatch", kCam + R"(peripherals { id: "set" type: PERIPHERAL_TYPE_CAMERASET }
                                physical_cameras { peripheral_id: "cam" cadmor {} cameraset_peripheral_ids: "set" cadmor_camera_set_id: 3 }
                                camera_sets { peripheral_id: "set" camera_peripheral_ids: "cam" cadmor { camera_set_id: 2 } })",
      // A set without a cadmor part has no number for the camera's to disagree with.
-     R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-        peripherals { id: "set" type: PERIPHERAL_TYPE_CAMERASET }
+     kCam + R"(peripherals { id: "set" type: PERIPHERAL_TYPE_CAMERASET }
         physical_cameras { peripheral_id: "cam" cadmor {} cameraset_peripheral_ids: "set" cadmor_camera_set_id: 3 }
         camera_sets { peripheral_id: "set" camera_peripheral_ids: "cam" })"},
-    {"duplicate-sequence", R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-                              physical_cameras { peripheral_id: "cam" cadmor { i2c { sequences { id: CAMERA_COMMAND_INIT } sequences { id: CAMERA_COMMAND_INIT } } } })",
-     R"(peripherals { id: "cam" type: PERIPHERAL_TYPE_CAMERA }
-        physical_cameras { peripheral_id: "cam" cadmor { i2c { sequences { id: CAMERA_COMMAND_INIT } } } })"},
+    {"duplicate-sequence",
+     kCam +
+         R"(physical_cameras { peripheral_id: "cam" cadmor { i2c { sequences { id: CAMERA_COMMAND_INIT } sequences { id: CAMERA_COMMAND_INIT } } } })",
+     kCam +
+         R"(physical_cameras { peripheral_id: "cam" cadmor { i2c { sequences { id: CAMERA_COMMAND_INIT } } } })"},
     {"duplicate-pipeline",
      R"(general_configs { hal_stream_configs { pipeline_configs { pipeline_type: 1 } pipeline_configs { pipeline_type: 1 } } })",
      R"(general_configs { hal_stream_configs { pipeline_configs { pipeline_type: 1 } pipeline_configs { pipeline_type: 2 } } })"},

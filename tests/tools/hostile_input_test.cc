@@ -48,12 +48,6 @@ std::string Repeated(const std::string& text, int times) {
   return all;
 }
 
-std::string Peripherals(int count) {
-  std::string text;
-  for (int i = 0; i < count; ++i) text += "peripherals { id: \"p" + std::to_string(i) + "\" }\n";
-  return text;
-}
-
 // What must hold afterwards in the row's folder DIR, given what pcfg printed on standard output.
 using After = std::function<void(const std::string& dir, const std::string& out)>;
 
@@ -214,7 +208,7 @@ const HostileCase kCases[] = {
     {"EndlessStandardInputStopsAtTheLimit", Files(), "yes | pcfg check --max-input-size 1M -", 2,
      "<stdin>: error: input is larger than the limit of 1 MiB"},
     // ---- outputs that go away or fill up ----
-    {"ClosedPipeIsAWriteError", In("big.txtpb", Peripherals(3000)),
+    {"ClosedPipeIsAWriteError", In("big.txtpb", Repeated("peripherals { id: \"p\" }\n", 3000)),
      "pcfg compile --no-check big.txtpb -o big.binpb 2>&-; { pcfg decode big.binpb; echo $? > status; } | "
      "head -c 10 > got; exit $(cat status)",
      2, "<stdout>: error: the reader closed the pipe; the output is cut short"},
