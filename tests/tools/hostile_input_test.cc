@@ -69,12 +69,13 @@ After Printed(const std::string& expected) {
 After PrintedJson() {
   return [](const std::string&, const std::string& out) { EXPECT_TRUE(nlohmann::json::accept(out)) << out; };
 }
-After Owned(const std::string& file, mode_t mode, uid_t owner) {
+After Owned(const std::string& file, mode_t mode, uid_t owner, gid_t group) {
   return [=](const std::string& dir, const std::string&) {
     struct stat info {};
     ASSERT_EQ(::stat((dir + "/" + file).c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, mode);
     EXPECT_EQ(info.st_uid, owner);
+    EXPECT_EQ(info.st_gid, group);
   };
 }
 
@@ -173,13 +174,13 @@ const HostileCase kCases[] = {
      "ro.binpb: error: is read-only; left as it was (--force replaces it)", Holds("ro.binpb", "precious")},
     {"ReadOnlyOutputIsReplacedUnderForceKeepingItsMode", In("ro.binpb", "precious"),
      "chmod 444 ro.binpb && pcfg compile --force in.txtpb -o ro.binpb", 0, "wrote",
-     Both(Holds("ro.binpb", Compiled()), Owned("ro.binpb", 0444, ::geteuid()))},
+     Both(Holds("ro.binpb", Compiled()), Owned("ro.binpb", 0444, ::geteuid(), ::getegid()))},
     {"FmtInPlaceRefusesReadOnlyFiles", In("ro.txtpb", "peripherals{id:\"x\"}"),
      "chmod 444 ro.txtpb && pcfg fmt -i ro.txtpb", 2, "is read-only",
      Holds("ro.txtpb", "peripherals{id:\"x\"}")},
     {"FmtInPlaceKeepsTheOwner", In("owned.txtpb", "peripherals{id:\"x\"}"),
      "chown 65534:65534 owned.txtpb && chmod 640 owned.txtpb && pcfg fmt -i owned.txtpb", 0, "formatted",
-     Owned("owned.txtpb", 0640, 65534), true},
+     Owned("owned.txtpb", 0640, 65534, 65534), true},
     {"OutputThatIsTheInputIsRefused", Files(),
      "ln -s in.txtpb alias.txtpb; ln in.txtpb hard.txtpb; for o in in.txtpb alias.txtpb hard.txtpb; do "
      "pcfg compile in.txtpb -o $o; echo \"status $?\"; done",
