@@ -81,7 +81,7 @@ Json Fresh(const Json& publication) {
 }
 
 // DOCUMENT, lent as LENT and changed since: the bytes before its edit's start and after its ends
-// are LENT's, and its positions are those of its text read afresh.
+// are LENT's.
 void CheckEditSinceLent(const pcfg::lsp::Document& document, const std::string& lent) {
   const std::string& text = document.text();
   const auto edit = document.edit_since_lent();
@@ -90,6 +90,11 @@ void CheckEditSinceLent(const pcfg::lsp::Document& document, const std::string& 
       lent.compare(0, edit->begin, text, 0, edit->begin) != 0 ||
       lent.compare(edit->old_end, std::string::npos, text, edit->new_end, std::string::npos) != 0)
     fuzz::Fail("the edit since the text was lent does not span the changes", text);
+}
+
+// DOCUMENT's positions, after its changes, are those of its text read afresh.
+void CheckPositions(const pcfg::lsp::Document& document) {
+  const std::string& text = document.text();
   const pcfg::lsp::Document fresh(kUri, text, 1);
   for (uint32_t at = 0; at <= text.size(); ++at)
     for (const auto encoding : {pcfg::lsp::PositionEncoding::kUtf16, pcfg::lsp::PositionEncoding::kUtf8}) {
@@ -171,6 +176,7 @@ void EditedDocument(fuzz::Bytes& input, bool utf8) {
     params["context"] = {{"includeDeclaration", true}, {"diagnostics", Json::array()}};
     request(method, params);
   }
+  CheckPositions(document);
   const std::string* held = server.TextOf(kUri);
   if (held == nullptr || *held != document.text())
     fuzz::Fail("the server's text differs from a document's given the same edits", document.text());
