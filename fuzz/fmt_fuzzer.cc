@@ -1,11 +1,10 @@
 // pcfg fmt: the canonical text of whatever loads (the first byte picks the input's form) loads
 // back equal, formatting it again changes nothing, and it holds no comment. On text input, the
 // comment finder that guards fmt -i agrees with protobuf's own tokenizer; the syntax tree gives
-// back every byte of any text; and for text that loads, the tree finds no error, cuts it into the
-// tokenizer's tokens, one for one, and the layout
-// that keeps comments loads equal, holds the same comments and is its own layout. The comment
-// finder that needs no tree finds what the tree does; and text that the token proof says reads
-// as a loading text does loads equal to it.
+// back every byte of any text; and for text that loads, the tree finds no error and cuts it into
+// the tokenizer's tokens, one for one, and the layout that keeps comments loads equal, holds the
+// same comments and is its own layout. The comment finder that needs no tree finds what the tree
+// does; and text that the token proof says reads as a loading text does loads equal to it.
 #include <google/protobuf/io/tokenizer.h>
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 
