@@ -321,6 +321,11 @@ TEST(Text, LocatesInOneRootEntryWhereTheWholeTreeDoes) {
     }
     // All but those in an entry of more than a quarter of the text (the example's first cameras).
     EXPECT_GT(placed_alone, paths.size() / 2);
+    // A path the text does not hold stands where the walk got to: its entry, or nowhere.
+    const pcfg::FieldPath first = pcfg::FieldPath().Element("peripherals", 0);
+    for (const pcfg::FieldPath& absent : {first.Element("dependencies", 0), first.Element("dependencies", 9)})
+      EXPECT_EQ(whole.Locate(absent).text_offset, whole.Locate(first).text_offset) << absent.ToString();
+    EXPECT_EQ(whole.Locate(pcfg::FieldPath().Element("peripherals", 999)).line, 0);
     // Trees of entries read, together, at most the whole text: past that, the whole tree answers.
     pcfg::LoadedConfig shared;
     shared.format = pcfg::Format::kText;
