@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <functional>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -70,10 +71,12 @@ std::vector<std::string> TokenizerComments(std::string text, std::vector<std::st
   return lines;
 }
 
-void CheckCommentFinder(const std::string& text) {
+// TEXT's comments as FindComment finds them and as the tokenizer sees them; the tokens it reads go
+// to TOKENS.
+void CheckCommentFinder(const std::string& text, std::vector<std::string>* tokens = nullptr) {
   const auto found = pcfg::FindComment(text);
   int real = 0;
-  for (const std::string& line : TokenizerComments(text))
+  for (const std::string& line : TokenizerComments(text, tokens))
     if (!LooksLikeHeader(line)) ++real;
   if (real > 0 && !found) fuzz::Fail("FindComment misses a comment that the tokenizer sees");
   if (real == 0 && found && !LooksLikeHeader(found->text))
@@ -116,11 +119,11 @@ void CheckTokenProof(const pcfg::LoadedConfig& loaded, const pcfg::syntax::Synta
   CheckLoadsEqual(loaded, variant, "token-equal", &again);
 }
 
-void CheckLayout(const pcfg::LoadedConfig& loaded) {
-  const pcfg::syntax::SyntaxTree tree(loaded.raw);
+// LOADED's text, its syntax TREE and the TOKENS the tokenizer reads in it.
+void CheckLayout(const pcfg::LoadedConfig& loaded, const pcfg::syntax::SyntaxTree& tree,
+                 const std::vector<std::string>& tokens) {
   if (tree.has_errors()) fuzz::Fail("the syntax tree finds errors in text that protobuf reads");
-  std::vector<std::string> tokens, tree_tokens;
-  TokenizerComments(loaded.raw, &tokens);
+  std::vector<std::string> tree_tokens;
   for (const pcfg::syntax::Token& token : tree.tokens())
     if (!token.trivia()) tree_tokens.emplace_back(tree.Text(token));
   if (tree_tokens != tokens) fuzz::Fail("the syntax tree's tokens are not the tokenizer's", loaded.raw);
@@ -163,16 +166,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Bytes input(data, size);
   const pcfg::Format format = fuzz::FormatFromByte(input.Byte());
   const std::string rest = input.Rest();
+  std::optional<pcfg::syntax::SyntaxTree> tree;
   if (format == pcfg::Format::kText) {
-    const pcfg::syntax::SyntaxTree tree(rest);
-    if (tree.Print() != rest) fuzz::Fail("the syntax tree loses bytes", rest);
-    if (pcfg::CommentsOf(rest) != pcfg::CommentsOf(tree)) fuzz::Fail("the comment finders disagree", rest);
+    tree.emplace(rest);
+    if (tree->Print() != rest) fuzz::Fail("the syntax tree loses bytes", rest);
+    if (pcfg::CommentsOf(rest) != pcfg::CommentsOf(*tree)) fuzz::Fail("the comment finders disagree", rest);
   }
   pcfg::LoadedConfig loaded;
   if (!fuzz::Load(format, rest, &loaded)) return 0;
-  if (format == pcfg::Format::kText) {
-    CheckCommentFinder(loaded.raw);
-    CheckLayout(loaded);
+  if (format == pcfg::Format::kText) {  // loaded.raw is REST, which the tree was built from
+    std::vector<std::string> tokens;
+    CheckCommentFinder(loaded.raw, &tokens);
+    CheckLayout(loaded, *tree, tokens);
   }
 
   // fmt refuses unknown fields, or with --drop-unknown leaves them out.

@@ -30,9 +30,11 @@ using pcfg_test::TemporaryFilesIn;
 const char kClean[] = R"(peripherals { id: "fpga" type: PERIPHERAL_TYPE_FPGA }
 )";
 
-// What compile writes for kClean.
-std::string Compiled() {
-  return pcfg_test::Serialized(pcfg_test::ParseText(kClean).config, pcfg::Format::kBinary);
+// What compile writes for kClean, serialised once for every row that needs it.
+const std::string& Compiled() {
+  static const std::string bytes =
+      pcfg_test::Serialized(pcfg_test::ParseText(kClean).config, pcfg::Format::kBinary);
+  return bytes;
 }
 
 // A folder of its own for each row, so that rows never see each other's files.

@@ -59,9 +59,8 @@ class Session {
   // The result of a request at the first occurrence of NEEDLE in the document (plus SHIFT
   // characters), in UTF-16 positions unless the session agreed on UTF-8.
   Json At(const std::string& method, const std::string& needle, int shift = 0, Json extra = Json::object()) {
-    extra["textDocument"] = {{"uri", kUri}};
     extra["position"] = PositionOf(needle, shift);
-    return Request(method, extra)["result"];
+    return OnDocument(method, extra)["result"];
   }
   void Notify(const std::string& method, const Json& params) {
     server_.Handle({{"jsonrpc", "2.0"}, {"method", method}, {"params", params}});
