@@ -396,6 +396,7 @@ TEST(Lsp, AnEditInsideOneEntryIsReadAlone) {
       {"a value in the general configurations", "cadmor_camera_version: ", "cadmor_camera_version: 1", true},
       {"one entry made two", "id: \"prox0\"", "id: \"prox0\" } peripherals { id: \"prox1\"", false},
       {"a field set twice", "id: \"prox0\"", "id: \"prox0\" id: \"prox1\"", false},
+      {"a string no longer UTF-8, which a whole load refuses", "id: \"prox0\"", "id: \"prox\xec\"", false},
   };
   // Entries written otherwise: in lists, with separators.
   const std::string lists =

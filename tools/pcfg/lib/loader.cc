@@ -221,19 +221,27 @@ bool ParseBinary(LoadedConfig* loaded, std::vector<Diagnostic>* diagnostics) {
 }
 
 bool IsString(const gp::FieldDescriptor* field) { return field->type() == gp::FieldDescriptor::TYPE_STRING; }
-// The text parser accepts strings that the wire format rejects; refuse them here, so that
-// nothing compiled from them fails to parse on the device.
-bool CheckStringsAreUtf8(const LoadedConfig& loaded, std::vector<Diagnostic>* diagnostics) {
+// Calls NOT_UTF8 for each string of CONFIG that the wire parser would refuse, with its path.
+template <typename Visit>
+void ForEachStringNotUtf8(const Config& config, Visit not_utf8) {
   static const FieldWalk strings(Config::descriptor(), IsString);
-  bool ok = true;
-  strings.ForEachValue(loaded.config, [&](const ScalarValue& value, const FieldPath& path) {
+  strings.ForEachValue(config, [&](const ScalarValue& value, const FieldPath& path) {
     std::string scratch;
     const std::string& text =
         value.index < 0
             ? value.reflection->GetStringReference(value.message, value.field, &scratch)
             : value.reflection->GetRepeatedStringReference(value.message, value.field, value.index, &scratch);
     // The very check the wire parser makes, so that text accepted here parses on the device.
-    if (gp::internal::IsStructurallyValidUTF8(text.data(), static_cast<int>(text.size()))) return;
+    if (!gp::internal::IsStructurallyValidUTF8(text.data(), static_cast<int>(text.size())))
+      not_utf8(value, path);
+  });
+}
+
+// The text parser accepts strings that the wire format rejects; refuse them here, so that
+// nothing compiled from them fails to parse on the device.
+bool CheckStringsAreUtf8(const LoadedConfig& loaded, std::vector<Diagnostic>* diagnostics) {
+  bool ok = true;
+  ForEachStringNotUtf8(loaded.config, [&](const ScalarValue& value, const FieldPath& path) {
     const FieldPath where = value.PathFrom(path);
     const LoadedConfig::Location location = loaded.Locate(where);
     Diagnostic d =
@@ -537,8 +545,12 @@ bool LoadedConfig::RereadEditedEntry(uint32_t begin, uint32_t old_end, uint32_t 
   const int32_t only = OnlyMessageField(entry_tree, name);
   if (only < 0 || entry_tree.ValueOf(entry_tree.node(only))->end != entry_tree.node(only).end) return false;
 
+  // The entry must load as the whole text would: a string that is not UTF-8 is refused there.
   Config* read = gp::Arena::CreateMessage<Config>(arena_.get());
   if (!ParseTextQuietly(text, read)) return false;
+  bool all_utf8 = true;
+  ForEachStringNotUtf8(*read, [&](const ScalarValue&, const FieldPath&) { all_utf8 = false; });
+  if (!all_utf8) return false;
   std::vector<const gp::FieldDescriptor*> set;
   reflection->ListFields(*read, &set);
   if (set.size() != 1 || set[0] != field ||
